@@ -1,0 +1,223 @@
+#include "l2/dhcp6snooping/mgmt/remotecalls.h"
+
+#include <cstring>
+
+#include "l2/dhcp6snooping/clients/bulk.h"
+#include "l2/dhcp6snooping/clients/limits.h"
+#include "l2/dhcp6snooping/clients/queries.h"
+#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "platform/libsmd.h"
+
+namespace {
+
+constexpr uint32_t DEBUG_REGISTER = 4;
+constexpr uint32_t DEBUG_CALL = 0x400;
+constexpr uint32_t DEBUG_ARGUMENTS = 0x800;
+
+// True when the call came with the number of arguments that it takes.
+bool begin_call(const char *name, const SmdRmArg *argv, uint32_t argc, uint32_t expected) {
+    smdDebugPrintf(DEBUG_CALL, "%s:start", name);
+    if (argc != expected) {
+        smdDebugPrintf(DEBUG_ARGUMENTS, "%s:ulArgsNum %u error", name, argc);
+        return false;
+    }
+    return expected == 0 || argv != nullptr;
+}
+
+// A number that the wrapper reads itself. False when the argument has no data. Buffers, in contrast, are passed on as they
+// are, and the function called judges them.
+bool take_u32(const SmdRmArg &argument, uint32_t *number) {
+    if (argument.data == nullptr)
+        return false;
+    memcpy(number, argument.data, sizeof *number);
+    return true;
+}
+
+int32_t dhcp6snoopingWrap_start(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_start", argv, argc, 0))
+        return DH6S_BAD_ARGUMENTS;
+    return dhcp6snooping_start();
+}
+
+int32_t dhcp6snoopingWrap_stop(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_stop", argv, argc, 0))
+        return DH6S_BAD_ARGUMENTS;
+    return dhcp6snooping_stop();
+}
+
+int32_t dhcp6snoopingWrap_port_mode(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t port = 0;
+    uint32_t mode = 0;
+    if (!begin_call("dhcp6snoopingWrap_port_mode", argv, argc, 2) || !take_u32(argv[0], &port) || !take_u32(argv[1], &mode))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_port_mode(port, static_cast<int32_t>(mode)));
+}
+
+int32_t dhcp6snoopingWrap_port_mode_get(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t port = 0;
+    if (!begin_call("dhcp6snoopingWrap_port_mode_get", argv, argc, 2) || !take_u32(argv[0], &port))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_port_mode_get(port, static_cast<uint32_t *>(argv[1].data)));
+}
+
+int32_t dhcp6snoopingWrap_port_maxclients(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t port = 0;
+    uint32_t maximum = 0;
+    if (!begin_call("dhcp6snoopingWrap_port_maxclients", argv, argc, 2) || !take_u32(argv[0], &port) ||
+        !take_u32(argv[1], &maximum))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_port_maxclients(port, maximum));
+}
+
+int32_t dhcp6snoopingWrap_port_maxclients_get(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t port = 0;
+    if (!begin_call("dhcp6snoopingWrap_port_maxclients_get", argv, argc, 3) || !take_u32(argv[0], &port))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(
+        dhcp6snooping_port_maxclients_get(port, static_cast<uint32_t *>(argv[1].data), static_cast<uint32_t *>(argv[2].data)));
+}
+
+int32_t dhcp6snoopingWrap_vlanlist_maxclients(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t maximum = 0;
+    if (!begin_call("dhcp6snoopingWrap_vlanlist_maxclients", argv, argc, 2) || !take_u32(argv[0], &maximum))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_vlanlist_maxclients(maximum, static_cast<uint8_t *>(argv[1].data)));
+}
+
+int32_t dhcp6snoopingWrap_get_nextclients_ext(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_get_nextclients_ext", argv, argc, 6))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(
+        dhcp6snooping_get_nextclients_ext(static_cast<uint8_t *>(argv[0].data), static_cast<uint32_t *>(argv[1].data),
+                                          static_cast<uint32_t *>(argv[2].data), static_cast<uint32_t *>(argv[3].data),
+                                          static_cast<Dhcp6LeaseLine *>(argv[4].data), static_cast<uint32_t *>(argv[5].data)));
+}
+
+int32_t dhcp6snoopingWrap_GlobalInfoGet(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_GlobalInfoGet", argv, argc, 1))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snoopingGlobalInfoGet(static_cast<Dhcp6SnoopingGlobalInfo *>(argv[0].data)));
+}
+
+int32_t dhcp6snoopingWrap_PortInfoGet(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t None = 0;
+    if (!begin_call("dhcp6snoopingWrap_PortInfoGet", argv, argc, 2) || !take_u32(argv[0], &None))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snoopingPortInfoGet(None, static_cast<Dhcp6SnoopingPortInfo *>(argv[1].data)));
+}
+
+int32_t dhcp6snoopingWrap_vlan_maxclients_get(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t vlan = 0;
+    if (!begin_call("dhcp6snoopingWrap_vlan_maxclients_get", argv, argc, 3) || !take_u32(argv[0], &vlan))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(
+        dhcp6snooping_vlan_maxclients_get(vlan, static_cast<uint32_t *>(argv[1].data), static_cast<uint32_t *>(argv[2].data)));
+}
+
+int32_t dhcp6snoopingWrap_delete_by_port(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t port = 0;
+    if (!begin_call("dhcp6snoopingWrap_delete_by_port", argv, argc, 1) || !take_u32(argv[0], &port))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_delete_by_port(port));
+}
+
+int32_t dhcp6snoopingWrap_delete_by_ip(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_delete_by_ip", argv, argc, 1))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_delete_by_ip(static_cast<uint8_t *>(argv[0].data)));
+}
+
+int32_t dhcp6snoopingWrap_delete_by_mac(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_delete_by_mac", argv, argc, 1))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_delete_by_mac(static_cast<uint8_t *>(argv[0].data)));
+}
+
+int32_t dhcp6snoopingWrap_delete_by_vlan(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t vlan = 0;
+    if (!begin_call("dhcp6snoopingWrap_delete_by_vlan", argv, argc, 1) || !take_u32(argv[0], &vlan))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_delete_by_vlan(vlan));
+}
+
+int32_t dhcp6snoopingWrap_delete_all(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_delete_all", argv, argc, 0))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_delete_all());
+}
+
+int32_t dhcp6snoopingWrap_fastRemove_enable(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t enable = 0;
+    if (!begin_call("dhcp6snoopingWrap_fastRemove_enable", argv, argc, 1) || !take_u32(argv[0], &enable))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_fastRemove_enable(enable));
+}
+
+int32_t dhcp6snoopingWrap_l2Relay_enable(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t enable = 0;
+    if (!begin_call("dhcp6snoopingWrap_l2Relay_enable", argv, argc, 1) || !take_u32(argv[0], &enable))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_l2Relay_enable(enable));
+}
+
+int32_t dhcp6snoopingWrap_vlan_reset(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_vlan_reset", argv, argc, 1))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6snooping_vlan_reset(static_cast<uint8_t *>(argv[0].data)));
+}
+
+struct RemoteCall {
+    uint32_t id;
+    SmdWrapFn wrapper;
+    const char *idName;
+    const char *wrapperName;
+};
+
+// In the order of the identifiers, which is the order of registration.
+constexpr RemoteCall REMOTE_CALLS[] = {
+    {DH6S_FUNC_START, dhcp6snoopingWrap_start, "DH6S_FUNC_START", "dhcp6snoopingWrap_start"},
+    {DH6S_FUNC_STOP, dhcp6snoopingWrap_stop, "DH6S_FUNC_STOP", "dhcp6snoopingWrap_stop"},
+    {DH6S_FUNC_PORT_MODE_SET, dhcp6snoopingWrap_port_mode, "DH6S_FUNC_PORT_MODE_SET", "dhcp6snoopingWrap_port_mode"},
+    {DH6S_FUNC_PORT_MODE_GET, dhcp6snoopingWrap_port_mode_get, "DH6S_FUNC_PORT_MODE_GET", "dhcp6snoopingWrap_port_mode_get"},
+    {DH6S_FUNC_PORT_MAX_CLIENTS_SET, dhcp6snoopingWrap_port_maxclients, "DH6S_FUNC_PORT_MAX_CLIENTS_SET",
+     "dhcp6snoopingWrap_port_maxclients"},
+    {DH6S_FUNC_PORT_MAX_CLIENTS_GET, dhcp6snoopingWrap_port_maxclients_get, "DH6S_FUNC_PORT_MAX_CLIENTS_GET",
+     "dhcp6snoopingWrap_port_maxclients_get"},
+    {DH6S_FUNC_VLANLIST_MAX_CLIENTS_SET, dhcp6snoopingWrap_vlanlist_maxclients, "DH6S_FUNC_VLANLIST_MAX_CLIENTS_SET",
+     "dhcp6snoopingWrap_vlanlist_maxclients"},
+    {DH6S_FUNC_GET_NEXTCLIENTS_EXT, dhcp6snoopingWrap_get_nextclients_ext, "DH6S_FUNC_GET_NEXTCLIENTS_EXT",
+     "dhcp6snoopingWrap_get_nextclients_ext"},
+    {DH6S_FUNC_GLOBAL_INFO_GET, dhcp6snoopingWrap_GlobalInfoGet, "DH6S_FUNC_GLOBAL_INFO_GET",
+     "dhcp6snoopingWrap_GlobalInfoGet"},
+    {DH6S_FUNC_PORT_INFO_GET, dhcp6snoopingWrap_PortInfoGet, "DH6S_FUNC_PORT_INFO_GET", "dhcp6snoopingWrap_PortInfoGet"},
+    {DH6S_FUNC_VLAN_MAXCLIENTS_GET, dhcp6snoopingWrap_vlan_maxclients_get, "DH6S_FUNC_VLAN_MAXCLIENTS_GET",
+     "dhcp6snoopingWrap_vlan_maxclients_get"},
+    {DH6S_FUNC_DELETE_BY_PORT, dhcp6snoopingWrap_delete_by_port, "DH6S_FUNC_DELETE_BY_PORT",
+     "dhcp6snoopingWrap_delete_by_port"},
+    {DH6S_FUNC_DELETE_BY_IP, dhcp6snoopingWrap_delete_by_ip, "DH6S_FUNC_DELETE_BY_IP", "dhcp6snoopingWrap_delete_by_ip"},
+    {DH6S_FUNC_DELETE_BY_MAC, dhcp6snoopingWrap_delete_by_mac, "DH6S_FUNC_DELETE_BY_MAC", "dhcp6snoopingWrap_delete_by_mac"},
+    {DH6S_FUNC_DELETE_BY_VLAN, dhcp6snoopingWrap_delete_by_vlan, "DH6S_FUNC_DELETE_BY_VLAN",
+     "dhcp6snoopingWrap_delete_by_vlan"},
+    {DH6S_FUNC_DELETE_ALL, dhcp6snoopingWrap_delete_all, "DH6S_FUNC_DELETE_ALL", "dhcp6snoopingWrap_delete_all"},
+    {DH6S_FUNC_FASTREMOVE_ENABLE, dhcp6snoopingWrap_fastRemove_enable, "DH6S_FUNC_FASTREMOVE_ENABLE",
+     "dhcp6snoopingWrap_fastRemove_enable"},
+    {DH6S_FUNC_L2RELAY_ENABLE, dhcp6snoopingWrap_l2Relay_enable, "DH6S_FUNC_L2RELAY_ENABLE",
+     "dhcp6snoopingWrap_l2Relay_enable"},
+    {DH6S_FUNC_VLAN_RESET, dhcp6snoopingWrap_vlan_reset, "DH6S_FUNC_VLAN_RESET", "dhcp6snoopingWrap_vlan_reset"},
+};
+
+} // namespace
+
+int32_t dhcp6snoopingRmWrapFunction() {
+    const int32_t prepared = smdRMWrapInit(DH6S_FUNC_COUNT);
+    if (prepared != 0) {
+        smdDebugPrintf(DEBUG_REGISTER, "%s:smdRMWrapInit failed", "dhcp6snoopingRmWrapFunction");
+        return prepared;
+    }
+    uint32_t failures = 0; // sum of the answers, wrapping
+    for (const RemoteCall &call : REMOTE_CALLS)
+        failures += static_cast<uint32_t>(__smdRmWrapRegister(call.id, 0, call.wrapper, call.idName, call.wrapperName));
+    if (failures != 0)
+        smdDebugPrintf(DEBUG_REGISTER, "%s:register failed", "dhcp6snoopingRmWrapFunction");
+    return static_cast<int32_t>(failures);
+}
