@@ -100,10 +100,10 @@ int32_t dhcp6snoopingWrap_GlobalInfoGet(void *, SmdRmArg *argv, uint32_t argc) {
 }
 
 int32_t dhcp6snoopingWrap_PortInfoGet(void *, SmdRmArg *argv, uint32_t argc) {
-    uint32_t None = 0;
-    if (!begin_call("dhcp6snoopingWrap_PortInfoGet", argv, argc, 2) || !take_u32(argv[0], &None))
+    uint32_t port = 0;
+    if (!begin_call("dhcp6snoopingWrap_PortInfoGet", argv, argc, 2) || !take_u32(argv[0], &port))
         return DH6S_BAD_ARGUMENTS;
-    return static_cast<int32_t>(dhcp6snoopingPortInfoGet(None, static_cast<Dhcp6SnoopingPortInfo *>(argv[1].data)));
+    return static_cast<int32_t>(dhcp6snoopingPortInfoGet(port, static_cast<Dhcp6SnoopingPortInfo *>(argv[1].data)));
 }
 
 int32_t dhcp6snoopingWrap_vlan_maxclients_get(void *, SmdRmArg *argv, uint32_t argc) {

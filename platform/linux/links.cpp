@@ -1,0 +1,347 @@
+#include "platform/linux/links.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+
+#include <libmnl/libmnl.h>
+#include <linux/if.h>
+#include <linux/if_bridge.h>
+#include <linux/if_link.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+#include "platform/linux/ipv6walk.h"
+#include "platform/linux/loop.h"
+#include "platform/linux/netlink.h"
+#include "platform/linux/ports.h"
+#include "platform/linux/vlans.h"
+
+namespace {
+
+constexpr uint32_t READ_TRIES = 8; // of a list that changes while it is read
+
+uint32_t readings; // full readings so far
+bool reading;      // one is going on
+bool vlansStale;   // a notification about VLANs did not carry them
+bool bridgeIsBridge;
+
+// The attributes of an interface that matter here, as pointers into the message; null where absent.
+struct Attributes {
+    const nlattr *name;
+    const nlattr *master;
+    const nlattr *address;
+    const nlattr *linkInfo;
+    const nlattr *protoInfo;
+    const nlattr *afSpec;
+    bool partial; // a notification that does not describe the whole interface
+};
+
+// An interface's kind and what the kernel says about it as such, and as a member of its master.
+struct Kind {
+    const char *kind;
+    const nlattr *data;
+    const char *slaveKind;
+    const nlattr *slaveData;
+};
+
+const char *text(const nlattr *attribute) {
+    return mnl_attr_validate(attribute, MNL_TYPE_NUL_STRING) < 0 ? "" : mnl_attr_get_str(attribute);
+}
+
+uint32_t number32(const nlattr *attribute) {
+    return mnl_attr_validate(attribute, MNL_TYPE_U32) < 0 ? 0 : mnl_attr_get_u32(attribute);
+}
+
+// A u8 attribute of a nest, or `otherwise` when it is not there.
+uint32_t nestedU8(const nlattr *nest, uint16_t type, uint32_t otherwise) {
+    LinuxAttributes list = linuxAttributesIn(nest);
+    while (const nlattr *attribute = linuxAttributeNext(&list)) {
+        if (mnl_attr_get_type(attribute) == type && mnl_attr_validate(attribute, MNL_TYPE_U8) >= 0) {
+            return mnl_attr_get_u8(attribute);
+        }
+    }
+    return otherwise;
+}
+
+Attributes readAttributes(const nlmsghdr *message) {
+    Attributes found{};
+    LinuxAttributes list = linuxAttributesOf(message, sizeof(ifinfomsg));
+    while (const nlattr *attribute = linuxAttributeNext(&list)) {
+        switch (mnl_attr_get_type(attribute)) {
+        case IFLA_IFNAME: found.name = attribute; break;
+        case IFLA_MASTER: found.master = attribute; break;
+        case IFLA_ADDRESS: found.address = attribute; break;
+        case IFLA_LINKINFO: found.linkInfo = attribute; break;
+        case IFLA_PROTINFO: found.protoInfo = attribute; break;
+        case IFLA_AF_SPEC: found.afSpec = attribute; break;
+        case IFLA_WIRELESS: found.partial = true; break;
+        default: break;
+        }
+    }
+    return found;
+}
+
+Kind readKind(const nlattr *linkInfo) {
+    Kind found = {.kind = "", .data = nullptr, .slaveKind = "", .slaveData = nullptr};
+    if (linkInfo == nullptr) {
+        return found;
+    }
+    LinuxAttributes list = linuxAttributesIn(linkInfo);
+    while (const nlattr *attribute = linuxAttributeNext(&list)) {
+        switch (mnl_attr_get_type(attribute)) {
+        case IFLA_INFO_KIND: found.kind = text(attribute); break;
+        case IFLA_INFO_DATA: found.data = attribute; break;
+        case IFLA_INFO_SLAVE_KIND: found.slaveKind = text(attribute); break;
+        case IFLA_INFO_SLAVE_DATA: found.slaveData = attribute; break;
+        default: break;
+        }
+    }
+    return found;
+}
+
+// Forgets what the kernel said about a link; its name and trunk id stay.
+void forget(LinuxLink *link) {
+    link->ifindex = 0;
+    link->master = 0;
+    link->running = 0;
+    link->stpState = BR_STATE_DISABLED;
+    link->backup = 0;
+    linuxVlansClear(link);
+}
+
+void gone(uint32_t index) {
+    LinuxLink *link = &linuxLinks[index];
+    if (link->ifindex == 0) {
+        return;
+    }
+    linuxLog("interface %s is gone", link->name);
+    forget(link);
+    if (index >= LINUX_LINK_BOND0 && index < LINUX_LINK_BRIDGE) {
+        link->name[0] = 0; // the place is free for another bond
+    }
+}
+
+// The trunk id of a bond: from the switch file, or the digits at the end of its name.
+uint32_t trunkId(const char *name) {
+    for (const LinuxTrunkConfig &trunk : linuxSwitch.trunks) {
+        if (trunk.interface[0] != 0 && strcmp(trunk.interface, name) == 0) {
+            return trunk.id;
+        }
+    }
+    const char *end = name + strlen(name);
+    const char *digits = end;
+    while (digits > name && digits[-1] >= '0' && digits[-1] <= '9') {
+        digits--;
+    }
+    uint32_t id = LINUX_NO_TRUNK;
+    std::from_chars_result result = std::from_chars(digits, end, id);
+    return result.ec == std::errc{} && id <= 65534 ? id : LINUX_NO_TRUNK;
+}
+
+// A free place for a bond that is seen for the first time, or LINUX_NO_LINK.
+uint32_t placeBond(const char *name) {
+    for (uint32_t i = LINUX_LINK_BOND0; i < LINUX_LINK_BRIDGE; i++) {
+        if (linuxLinks[i].name[0] != 0) {
+            continue;
+        }
+        snprintf(linuxLinks[i].name, sizeof linuxLinks[i].name, "%s", name);
+        linuxLinks[i].trunk = trunkId(name);
+        if (linuxLinks[i].trunk == LINUX_NO_TRUNK) {
+            linuxLog("bond %s has no number at the end of its name and no [[trunk]] in the switch file: it is no trunk", name);
+        }
+        return i;
+    }
+    linuxLog("bond %s is one too many: at most %u are followed", name, LINUX_BONDS_MAX);
+    return LINUX_NO_LINK;
+}
+
+// The place of an interface in the table by its name, or LINUX_NO_LINK when it is nothing to the switch.
+uint32_t placeOf(const char *name, const char *kind) {
+    for (uint32_t i = 0; i < LINUX_LINKS; i++) {
+        if (linuxLinks[i].name[0] != 0 && strcmp(linuxLinks[i].name, name) == 0) {
+            return i;
+        }
+    }
+    return strcmp(kind, "bond") == 0 ? placeBond(name) : LINUX_NO_LINK;
+}
+
+void readBridge(const Attributes &attributes, const Kind &kind) {
+    bridgeIsBridge = strcmp(kind.kind, "bridge") == 0;
+    linuxBridge.vlanFiltering = 0;
+    linuxBridge.vlanTpid = LINUX_TPID_8021Q;
+    if (bridgeIsBridge && kind.data != nullptr) {
+        linuxBridge.vlanFiltering = nestedU8(kind.data, IFLA_BR_VLAN_FILTERING, 0);
+        LinuxAttributes list = linuxAttributesIn(kind.data);
+        while (const nlattr *attribute = linuxAttributeNext(&list)) {
+            if (mnl_attr_get_type(attribute) == IFLA_BR_VLAN_PROTOCOL && mnl_attr_validate(attribute, MNL_TYPE_U16) >= 0) {
+                linuxBridge.vlanTpid = linuxBe16(static_cast<const uint8_t *>(mnl_attr_get_payload(attribute)));
+            }
+        }
+    }
+    if (attributes.address != nullptr && mnl_attr_get_payload_len(attributes.address) == sizeof linuxBridge.mac) {
+        memcpy(linuxBridge.mac, mnl_attr_get_payload(attributes.address), sizeof linuxBridge.mac);
+    }
+}
+
+// Logs what people look for when a port does not work: it is not there, or not in the bridge. Not in the middle of a full
+// reading, where the bond that a port is in may not have been listed yet.
+void logPort(uint32_t index, uint32_t wasIfindex, uint32_t wasMaster) {
+    const LinuxLink &link = linuxLinks[index];
+    if (index >= LINUX_PORTS_MAX || reading || (link.ifindex == wasIfindex && link.master == wasMaster)) {
+        return;
+    }
+    bool in = linuxBridgeLink(index) != LINUX_NO_LINK;
+    linuxLog("port 0/%u: interface %s is %s bridge %s", index + 1, link.name, in ? "in" : "not in", linuxSwitch.bridge);
+}
+
+// A full description of one interface.
+void applyInterface(const ifinfomsg *info, const Attributes &attributes) {
+    uint32_t ifindex = static_cast<uint32_t>(info->ifi_index);
+    Kind kind = readKind(attributes.linkInfo);
+    uint32_t index = placeOf(text(attributes.name), kind.kind);
+    uint32_t known = linuxLinkByIfindex(ifindex);
+    if (known != LINUX_NO_LINK && known != index) {
+        gone(known); // renamed
+    }
+    if (index == LINUX_NO_LINK) {
+        return;
+    }
+    LinuxLink *link = &linuxLinks[index];
+    uint32_t wasIfindex = link->ifindex;
+    uint32_t wasMaster = link->master;
+    if (link->ifindex != ifindex) {
+        forget(link);
+        linuxPortsSettle(); // the old interface is let go of before the new one is taken
+    }
+    link->ifindex = ifindex;
+    link->seen = readings;
+    link->master = attributes.master == nullptr ? 0 : number32(attributes.master);
+    link->running = (info->ifi_flags & IFF_UP) != 0 && (info->ifi_flags & IFF_RUNNING) != 0 ? 1 : 0;
+    link->backup = 0;
+    if (kind.slaveData != nullptr && strcmp(kind.slaveKind, "bond") == 0) {
+        link->backup = nestedU8(kind.slaveData, IFLA_BOND_SLAVE_STATE, 0);
+    }
+    if (kind.slaveData != nullptr && strcmp(kind.slaveKind, "bridge") == 0) {
+        link->stpState = nestedU8(kind.slaveData, IFLA_BRPORT_STATE, link->stpState);
+    }
+    if (index == LINUX_LINK_BRIDGE) {
+        readBridge(attributes, kind);
+    }
+    logPort(index, wasIfindex, wasMaster);
+}
+
+// Whether a bridge message is about the switch inside a network card: such cards answer for themselves beside the bridge.
+bool isOwnSwitch(const nlattr *afSpec) {
+    LinuxAttributes list = linuxAttributesIn(afSpec);
+    while (const nlattr *attribute = linuxAttributeNext(&list)) {
+        if (mnl_attr_get_type(attribute) == IFLA_BRIDGE_FLAGS) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// What a bridge says about one of its ports, or about itself.
+void applyBridgePort(const nlmsghdr *message, const ifinfomsg *info, const Attributes &attributes) {
+    uint32_t index = linuxLinkByIfindex(static_cast<uint32_t>(info->ifi_index));
+    if (index == LINUX_NO_LINK) {
+        return;
+    }
+    LinuxLink *link = &linuxLinks[index];
+    if (attributes.afSpec != nullptr && isOwnSwitch(attributes.afSpec)) {
+        return;
+    }
+    if (message->nlmsg_type == RTM_DELLINK) {
+        link->stpState = BR_STATE_DISABLED;
+        linuxVlansClear(link);
+        return;
+    }
+    if (attributes.protoInfo != nullptr) {
+        link->stpState = nestedU8(attributes.protoInfo, IFLA_BRPORT_STATE, link->stpState);
+    }
+    if (attributes.afSpec == nullptr && !reading) { // "no VLAN", or a notification that leaves them out: ask
+        vlansStale = true;
+        return;
+    }
+    linuxVlansApply(link, attributes.afSpec);
+}
+
+int32_t ask(uint8_t family, uint32_t filter) {
+    LinuxNetlinkQuestion question{};
+    nlmsghdr *message = mnl_nlmsg_put_header(question.bytes);
+    message->nlmsg_type = RTM_GETLINK;
+    message->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    ifinfomsg *info = static_cast<ifinfomsg *>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
+    info->ifi_family = family;
+    mnl_attr_put_u32(message, IFLA_EXT_MASK, filter);
+    return linuxNetlinkAsk(&question, linuxLinksApply, nullptr);
+}
+
+} // namespace
+
+int linuxLinksApply(const nlmsghdr *message, void *) {
+    if ((message->nlmsg_type != RTM_NEWLINK && message->nlmsg_type != RTM_DELLINK) ||
+        mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) {
+        return MNL_CB_OK;
+    }
+    const ifinfomsg *info = static_cast<const ifinfomsg *>(mnl_nlmsg_get_payload(message));
+    Attributes attributes = readAttributes(message);
+    if (info->ifi_family == AF_BRIDGE) {
+        applyBridgePort(message, info, attributes);
+    } else if (message->nlmsg_type == RTM_DELLINK) {
+        uint32_t index = linuxLinkByIfindex(static_cast<uint32_t>(info->ifi_index));
+        if (index != LINUX_NO_LINK) {
+            gone(index);
+        }
+    } else if (attributes.name != nullptr && !attributes.partial) {
+        applyInterface(info, attributes);
+    }
+    linuxPortsSettle();
+    return MNL_CB_OK;
+}
+
+int32_t linuxLinksRead() {
+    int32_t error = -EINTR;
+    reading = true;
+    for (uint32_t i = 0; i < READ_TRIES && error == -EINTR; i++) {
+        readings++;
+        error = ask(AF_UNSPEC, RTEXT_FILTER_SKIP_STATS);
+        if (error == 0) {
+            error = ask(AF_BRIDGE, RTEXT_FILTER_BRVLAN_COMPRESSED);
+        }
+    }
+    reading = false;
+    vlansStale = false;
+    for (uint32_t i = 0; i < LINUX_LINKS && error == 0; i++) {
+        if (linuxLinks[i].seen != readings) {
+            gone(i);
+        }
+    }
+    linuxPortsSettle();
+    return error;
+}
+
+void linuxLinksCatchUp() {
+    if (!vlansStale) {
+        return;
+    }
+    int32_t error = linuxLinksRead();
+    if (error != 0) {
+        linuxLog("cannot read the interfaces: %s", strerror(-error));
+    }
+}
+
+bool linuxLinksBridgeCheck(char *error, uint32_t errorSize) {
+    if (linuxLinks[LINUX_LINK_BRIDGE].ifindex == 0) {
+        snprintf(error, errorSize, "bridge %s does not exist; create it, or correct `bridge` in the switch file",
+                 linuxSwitch.bridge);
+        return false;
+    }
+    if (!bridgeIsBridge) {
+        snprintf(error, errorSize, "interface %s is not a bridge; correct `bridge` in the switch file", linuxSwitch.bridge);
+        return false;
+    }
+    return true;
+}

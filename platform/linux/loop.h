@@ -1,0 +1,30 @@
+#pragma once
+// The one event loop of the process, and how it ends. Everything that waits for something in the Linux platform waits here.
+
+#include <cstdint>
+
+struct event_base;
+
+// The loop. Created on first use, single-threaded.
+event_base *linuxLoopBase();
+
+// Registers what has to be undone when the daemon is asked to stop (SIGTERM or SIGINT) or ends by linuxFatal. The functions
+// are called once, the last registered first. At most 16.
+void linuxAtStop(void (*undo)());
+
+// Says one sentence on standard error, undoes what linuxAtStop registered and ends the process with status 1.
+[[noreturn]] void linuxFatal(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+// One line of the platform's own to the log. printf's rules, no line end.
+void linuxLog(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+// Answers one platform message (type 0x8000 and above). `payload` is what the caller sent; the answer goes to `reply`, at most
+// replyMax bytes, and its length to *replyLength (0 before the call). Returns the result for the reply's header.
+typedef int32_t (*LinuxMsgHandler)(const uint8_t *payload, uint32_t length, uint8_t *reply, uint32_t replyMax,
+                                   uint32_t *replyLength);
+
+// Sets the handler of one type; a type without a handler is answered with LINUX_RESULT_UNKNOWN.
+void linuxMsgHandle(uint16_t type, LinuxMsgHandler handler);
+
+// The folder of the socket and the lock file: SNOOPD6_RUN, or /run/snoopd6.
+const char *linuxRunFolder();

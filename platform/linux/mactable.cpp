@@ -1,0 +1,157 @@
+#include "platform/linux/mactable.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <libmnl/libmnl.h>
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+#include "platform/libsmd.h"
+#include "platform/linux/netlink.h"
+#include "platform/linux/ports.h"
+
+namespace {
+
+constexpr uint32_t MAC_LENGTH = 6;
+
+struct Entry {
+    bool found;
+    uint32_t ifindex;
+    uint32_t bridge;
+    uint16_t vlan;
+    uint8_t mac[MAC_LENGTH];
+    bool local; // the switch's own address
+};
+
+struct Listing {
+    uint32_t skip;
+    LinuxMacStatus *out;
+    uint32_t count;
+    uint32_t room;
+    bool more;
+};
+
+Entry readEntry(const nlmsghdr *message) {
+    Entry entry{};
+    if (message->nlmsg_type != RTM_NEWNEIGH || mnl_nlmsg_get_payload_len(message) < sizeof(ndmsg)) {
+        return entry;
+    }
+    const ndmsg *header = static_cast<const ndmsg *>(mnl_nlmsg_get_payload(message));
+    entry.ifindex = static_cast<uint32_t>(header->ndm_ifindex);
+    entry.local = (header->ndm_state & NUD_PERMANENT) != 0;
+    LinuxAttributes list = linuxAttributesOf(message, sizeof(ndmsg));
+    while (const nlattr *attribute = linuxAttributeNext(&list)) {
+        switch (mnl_attr_get_type(attribute)) {
+        case NDA_LLADDR:
+            if (mnl_attr_get_payload_len(attribute) == MAC_LENGTH) {
+                memcpy(entry.mac, mnl_attr_get_payload(attribute), MAC_LENGTH);
+                entry.found = true;
+            }
+            break;
+        case NDA_VLAN:
+            if (mnl_attr_validate(attribute, MNL_TYPE_U16) >= 0) {
+                entry.vlan = mnl_attr_get_u16(attribute);
+            }
+            break;
+        case NDA_MASTER:
+            if (mnl_attr_validate(attribute, MNL_TYPE_U32) >= 0) {
+                entry.bridge = mnl_attr_get_u32(attribute);
+            }
+            break;
+        default: break;
+        }
+    }
+    return entry;
+}
+
+int takeEntry(const nlmsghdr *message, void *user) {
+    *static_cast<Entry *>(user) = readEntry(message);
+    return MNL_CB_OK;
+}
+
+// The port (from 1) of an interface, its trunk's lowest member for a bond; 0 when it is no port.
+uint32_t portOf(uint32_t ifindex, uint32_t *trunk) {
+    uint32_t link = linuxLinkByIfindex(ifindex);
+    *trunk = LINUX_NO_TRUNK;
+    if (link < LINUX_PORTS_MAX) {
+        return link + 1;
+    }
+    if (link >= LINUX_LINK_BRIDGE) {
+        return 0;
+    }
+    *trunk = linuxLinks[link].trunk;
+    uint32_t lowest = linuxTrunkLowest(*trunk);
+    return lowest == LINUX_NO_LINK ? 0 : lowest + 1;
+}
+
+int listEntry(const nlmsghdr *message, void *user) {
+    Listing *listing = static_cast<Listing *>(user);
+    Entry entry = readEntry(message);
+    if (!entry.found || entry.bridge != linuxLinks[LINUX_LINK_BRIDGE].ifindex) {
+        return MNL_CB_OK;
+    }
+    if (listing->skip > 0) {
+        listing->skip--;
+        return MNL_CB_OK;
+    }
+    if (listing->count == listing->room) {
+        listing->more = true;
+        return MNL_CB_OK;
+    }
+    LinuxMacStatus *out = &listing->out[listing->count++];
+    *out = LinuxMacStatus{};
+    out->vlan = entry.vlan;
+    memcpy(out->mac, entry.mac, MAC_LENGTH);
+    out->port = portOf(entry.ifindex, &out->trunk);
+    out->local = entry.local ? 1 : 0;
+    return MNL_CB_OK;
+}
+
+nlmsghdr *question(LinuxNetlinkQuestion *room, uint16_t flags) {
+    nlmsghdr *message = mnl_nlmsg_put_header(room->bytes);
+    message->nlmsg_type = RTM_GETNEIGH;
+    message->nlmsg_flags = flags;
+    ndmsg *header = static_cast<ndmsg *>(mnl_nlmsg_put_extra_header(message, sizeof(ndmsg)));
+    header->ndm_family = AF_BRIDGE;
+    return message;
+}
+
+} // namespace
+
+uint32_t linuxMacList(uint32_t start, LinuxMacStatus *out, uint32_t room, bool *more) {
+    LinuxNetlinkQuestion asked{};
+    Listing listing = {.skip = start, .out = out, .count = 0, .room = room, .more = false};
+    question(&asked, NLM_F_REQUEST | NLM_F_DUMP);
+    int32_t error = linuxNetlinkAsk(&asked, listEntry, &listing);
+    *more = listing.more && (error == 0 || error == -EINTR);
+    return listing.count;
+}
+
+extern "C" int32_t smdVDMacGet(SmdMacQuery *q) {
+    if (q == nullptr || (q->mac[0] & 1u) != 0 || (linuxBridge.vlanFiltering != 0 && q->vlan == 0)) {
+        return -1;
+    }
+    LinuxNetlinkQuestion asked{};
+    nlmsghdr *message = question(&asked, NLM_F_REQUEST);
+    mnl_attr_put_u32(message, NDA_MASTER, linuxLinks[LINUX_LINK_BRIDGE].ifindex);
+    mnl_attr_put(message, NDA_LLADDR, MAC_LENGTH, q->mac);
+    if (linuxBridge.vlanFiltering != 0) { // otherwise the bridge learns without regard to tags
+        mnl_attr_put_u16(message, NDA_VLAN, q->vlan);
+    }
+    Entry entry{};
+    uint32_t trunk = LINUX_NO_TRUNK;
+    if (linuxNetlinkAsk(&asked, takeEntry, &entry) != 0 || !entry.found || entry.local) {
+        return -1;
+    }
+    uint32_t port = portOf(entry.ifindex, &trunk);
+    if (port == 0) {
+        return -1;
+    }
+    q->flags = trunk != LINUX_NO_TRUNK ? SMD_MAC_ON_TRUNK : 0;
+    q->port = port;
+    q->trunk = trunk != LINUX_NO_TRUNK ? static_cast<uint16_t>(trunk) : uint16_t{0};
+    memset(q->reserved, 0, sizeof q->reserved);
+    return 0;
+}

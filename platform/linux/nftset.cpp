@@ -1,0 +1,115 @@
+#include "platform/linux/nftset.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <libmnl/libmnl.h>
+#include <libnftnl/common.h>
+#include <libnftnl/set.h>
+#include <linux/netfilter.h>
+#include <linux/netfilter/nf_tables.h>
+#include <linux/netfilter/nfnetlink.h>
+#include <sys/socket.h>
+
+namespace {
+
+constexpr uint32_t BATCH_BYTES = 512 * 1024; // some thousand elements
+constexpr uint32_t CHANGE_MAX = 512;         // bytes of one change: names, key and attribute headers
+
+mnl_socket *nft;
+uint32_t sequence;
+uint32_t used;
+bool overflow;
+alignas(8) char batch[BATCH_BYTES];
+alignas(8) uint8_t answers[65536];
+
+// Where the next message goes; null when the batch is full, with room kept for its end.
+char *room() {
+    if (used + CHANGE_MAX + NLMSG_HDRLEN + sizeof(nfgenmsg) + 64 > BATCH_BYTES) {
+        overflow = true;
+        return nullptr;
+    }
+    return batch + used;
+}
+
+void change(uint16_t type, const char *setName, std::span<const uint8_t> key) {
+    char *at = room();
+    if (at == nullptr) {
+        return;
+    }
+    nftnl_set *set = nftnl_set_alloc();
+    nftnl_set_elem *element = key.empty() ? nullptr : nftnl_set_elem_alloc();
+    if (set == nullptr || (!key.empty() && element == nullptr)) {
+        overflow = true;
+    } else {
+        nftnl_set_set_str(set, NFTNL_SET_TABLE, LINUX_NFT_TABLE);
+        nftnl_set_set_str(set, NFTNL_SET_NAME, setName);
+        if (element != nullptr) {
+            nftnl_set_elem_set(element, NFTNL_SET_ELEM_KEY, key.data(), static_cast<uint32_t>(key.size()));
+            nftnl_set_elem_add(set, element);
+            element = nullptr; // the set's now
+        }
+        uint16_t flags = type == NFT_MSG_NEWSETELEM ? NLM_F_CREATE : 0;
+        nlmsghdr *message = nftnl_nlmsg_build_hdr(at, type, NFPROTO_BRIDGE, flags, ++sequence);
+        nftnl_set_elems_nlmsg_build_payload(message, set);
+        used += MNL_ALIGN(message->nlmsg_len);
+    }
+    if (element != nullptr) {
+        nftnl_set_elem_free(element);
+    }
+    if (set != nullptr) {
+        nftnl_set_free(set);
+    }
+}
+
+// The kernel works a batch off before the send returns; what it refused is in the socket by then.
+int32_t readErrors() {
+    int32_t first = 0;
+    for (;;) {
+        ssize_t n = recv(mnl_socket_get_fd(nft), answers, sizeof answers, MSG_DONTWAIT);
+        if (n <= 0) {
+            return n < 0 && errno != EAGAIN && first == 0 ? -errno : first;
+        }
+        int left = static_cast<int>(n);
+        const nlmsghdr *message = reinterpret_cast<const nlmsghdr *>(answers);
+        for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
+            if (message->nlmsg_type == NLMSG_ERROR && mnl_nlmsg_get_payload_len(message) >= sizeof(int32_t) && first == 0) {
+                memcpy(&first, mnl_nlmsg_get_payload(message), sizeof first);
+            }
+        }
+    }
+}
+
+} // namespace
+
+int32_t linuxNftOpen() {
+    nft = mnl_socket_open2(NETLINK_NETFILTER, SOCK_CLOEXEC);
+    if (nft == nullptr || mnl_socket_bind(nft, 0, MNL_SOCKET_AUTOPID) < 0) {
+        return -errno;
+    }
+    int size = static_cast<int>(BATCH_BYTES) * 2;
+    setsockopt(mnl_socket_get_fd(nft), SOL_SOCKET, SO_SNDBUFFORCE, &size, sizeof size);
+    return 0;
+}
+
+void linuxNftBegin() {
+    overflow = false;
+    used = MNL_ALIGN(nftnl_batch_begin(batch, ++sequence)->nlmsg_len);
+}
+
+void linuxNftAdd(const char *set, std::span<const uint8_t> key) { change(NFT_MSG_NEWSETELEM, set, key); }
+
+void linuxNftRemove(const char *set, std::span<const uint8_t> key) { change(NFT_MSG_DELSETELEM, set, key); }
+
+void linuxNftEmpty(const char *set) { change(NFT_MSG_DELSETELEM, set, {}); }
+
+int32_t linuxNftCommit() {
+    if (overflow) {
+        return -ENOBUFS;
+    }
+    used += MNL_ALIGN(nftnl_batch_end(batch + used, ++sequence)->nlmsg_len);
+    if (mnl_socket_sendto(nft, batch, used) < 0) {
+        return -errno;
+    }
+    return readErrors();
+}

@@ -1,0 +1,22 @@
+#pragma once
+// Changes of set elements in the kernel's filter table. A batch is put together and committed as a whole: all of it comes into
+// force at one moment, or nothing does. Takes some microseconds whatever the set holds, where a change through the rule
+// language takes some hundred.
+//
+// One batch at a time: it lies in a static buffer.
+
+#include <cstdint>
+#include <span>
+
+inline constexpr const char *LINUX_NFT_TABLE = "snoopd6"; // in family bridge
+
+// Opens the socket. 0, or a negative errno.
+[[nodiscard]] int32_t linuxNftOpen();
+
+void linuxNftBegin();
+// Queue a change. Adding what is there is no error, removing what is absent fails the commit.
+void linuxNftAdd(const char *set, std::span<const uint8_t> key);
+void linuxNftRemove(const char *set, std::span<const uint8_t> key);
+void linuxNftEmpty(const char *set);
+// 0, or a negative errno: of the first change that the kernel refused, or -ENOBUFS when the batch was too long for the buffer.
+[[nodiscard]] int32_t linuxNftCommit();

@@ -1,0 +1,113 @@
+#pragma once
+// What travels on the daemon's socket besides remote calls: the messages that the Linux platform answers itself. Shared with
+// the command shell. Every message starts with a VosMsgHeader; all numbers are little-endian; records have no padding beside
+// their reserved members and are read and written by memcpy.
+
+#include <cstddef>
+#include <cstdint>
+
+// Folder of the daemon's socket and lock; another one with the environment variable SNOOPD6_RUN.
+inline constexpr const char *SNOOPD6_RUN_DEFAULT = "/run/snoopd6";
+inline constexpr const char *SNOOPD6_SOCKET_NAME = "snoopd6.sock";
+
+inline constexpr uint16_t LINUX_MSG_DEBUG = 0x8002;
+inline constexpr uint16_t LINUX_MSG_STATUS = 0x8003;
+
+// Results in the header of a reply to a platform message.
+inline constexpr int32_t LINUX_RESULT_OK = 0;
+inline constexpr int32_t LINUX_RESULT_BAD = -1;     // the payload is not what the type asks for
+inline constexpr int32_t LINUX_RESULT_UNKNOWN = -2; // no such type, or no such table
+
+// LINUX_MSG_DEBUG: turns the debug lines of a module on or off. The reply holds what is in force.
+struct LinuxDebugMsg {
+    uint32_t module; // 53 = DHCPv6 snooping
+    uint32_t set;    // 0 off, 1 on, 2 only ask
+};
+static_assert(sizeof(LinuxDebugMsg) == 8);
+
+// LINUX_MSG_STATUS: reads one table of the platform, page by page.
+enum : uint32_t {
+    LINUX_STATUS_SWITCH = 0,   // one LinuxSwitchStatus
+    LINUX_STATUS_PORTS = 1,    // LinuxPortStatus, ascending port
+    LINUX_STATUS_VLANS = 2,    // LinuxVlanStatus, ascending VLAN
+    LINUX_STATUS_MACS = 3,     // LinuxMacStatus, as the kernel lists them
+    LINUX_STATUS_COUNTERS = 4, // LinuxPortCounters, ascending port
+};
+
+struct LinuxStatusAsk {
+    uint32_t table;
+    uint32_t start; // 0 at first, then `next` of the last reply
+};
+static_assert(sizeof(LinuxStatusAsk) == 8);
+
+struct LinuxStatusHead { // in front of the records of a reply
+    uint32_t table;
+    uint32_t next;       // start of the next page, 0 when this was the last
+    uint32_t count;      // records that follow
+    uint32_t recordSize; // bytes of one record
+};
+static_assert(sizeof(LinuxStatusHead) == 16);
+
+struct LinuxSwitchStatus {
+    char bridge[16];  // interface name
+    char version[16]; // of the daemon
+    uint32_t pid;
+    uint32_t upSeconds;     // since the daemon started
+    uint32_t ports;         // highest port number
+    uint32_t vlanFiltering; // 1 when the bridge filters VLANs
+    uint32_t trap;          // 1 while the kernel leaves DHCPv6 to the daemon
+    uint32_t snooping;      // last smdVDDhcp6snoopingOnOff: 1 on, 2 off
+    uint8_t mac[6];         // of the bridge
+    uint8_t reserved[2];
+};
+static_assert(sizeof(LinuxSwitchStatus) == 64);
+
+inline constexpr uint32_t LINUX_NO_TRUNK = 0xFFFFFFFFu;
+
+struct LinuxPortStatus {
+    uint32_t number;
+    uint32_t type; // 1 Ethernet, 2 xPON
+    char interface[16];
+    uint32_t ifindex;    // 0 while the interface is missing
+    uint32_t link;       // 1 up, 0 down
+    uint32_t forwarding; // 1 when the interface is in the bridge and its spanning-tree state lets frames through
+    uint32_t nativeVlan; // 0 when frames without a tag are refused
+    uint32_t trunk;      // LINUX_NO_TRUNK when the port is in none
+    uint32_t reserved;
+};
+static_assert(sizeof(LinuxPortStatus) == 48);
+
+struct LinuxVlanStatus {
+    uint32_t vlan;
+    uint32_t reserved;
+    uint8_t members[8];  // port list, bit 0x80 >> (p % 8) of byte p / 8 for port index p
+    uint8_t untagged[8]; // members where the VLAN leaves without a tag
+};
+static_assert(sizeof(LinuxVlanStatus) == 24);
+
+struct LinuxMacStatus {
+    uint16_t vlan; // 0 where the bridge does not filter VLANs
+    uint8_t mac[6];
+    uint32_t port;  // 0 when it was learned on an interface that is no port of the switch
+    uint32_t trunk; // LINUX_NO_TRUNK when it was learned on none
+    uint32_t local; // 1 when the address is the switch's own
+    uint32_t reserved;
+};
+static_assert(sizeof(LinuxMacStatus) == 24);
+
+struct LinuxPortCounters { // frames since the daemon started
+    uint32_t number;
+    uint32_t reserved;
+    uint64_t received;      // taken from the interface
+    uint64_t delivered;     // handed to the daemon
+    uint64_t sent;          // handed to the interface for the daemon
+    uint64_t sendFailed;    // refused by the interface, or no room
+    uint64_t notDhcpv6;     // passed the socket's filter behind an extension header, but are something else
+    uint64_t dropMalformed; // headers that cannot be walked, or a UDP header that is cut off
+    uint64_t dropFragment;  // first fragments of DHCPv6 messages
+    uint64_t dropVlan;      // in a VLAN that the port is not a member of
+    uint64_t dropState;     // on a port that is not forwarding
+    uint64_t dropOversize;  // longer than SMD_FRAME_MAX
+    uint64_t kernelDropped; // lost because the socket's buffer was full
+};
+static_assert(sizeof(LinuxPortCounters) == 96);
