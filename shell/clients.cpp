@@ -1,0 +1,41 @@
+#include "shell/clients.h"
+
+#include "l2/dhcp6snooping/mgmt/remotecalls.h"
+
+namespace {
+
+MacAddress macBefore(MacAddress mac) {
+    for (size_t i = mac.size(); i-- > 0;) {
+        if (mac[i]-- != 0) {
+            break;
+        }
+    }
+    return mac;
+}
+
+} // namespace
+
+CallEnd clientNext(Connection *connection, MacAddress mac, ClientRecord *client, std::string *error) {
+    *client = {};
+    client->mac = mac;
+    const CallEnd end =
+        callRun(connection, DH6S_FUNC_GET_NEXTCLIENTS_EXT,
+                {callArgument(client->mac.data(), client->mac.size()), callArgument(&client->vlan, sizeof client->vlan),
+                 callArgument(&client->port, sizeof client->port), callArgument(&client->leaseCount, sizeof client->leaseCount),
+                 callArgument(client->leases.data(), sizeof client->leases),
+                 callArgument(client->remaining.data(), sizeof client->remaining)},
+                error);
+    // A walk that does not go forward would never end.
+    if (end == CallEnd::done && (client->mac <= mac || client->leaseCount > client->leases.size())) {
+        *error = "the daemon's answer is damaged: behind client " + textMac(mac) + " it names " + textMac(client->mac) +
+                 " with " + std::to_string(client->leaseCount) + " leases";
+        connectionClose(connection);
+        return CallEnd::unavailable;
+    }
+    return end;
+}
+
+CallEnd clientFind(Connection *connection, MacAddress mac, ClientRecord *client, std::string *error) {
+    const CallEnd end = clientNext(connection, macBefore(mac), client, error);
+    return end == CallEnd::done && client->mac != mac ? CallEnd::refused : end;
+}

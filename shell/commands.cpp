@@ -1,0 +1,139 @@
+#include "shell/commands.h"
+
+#include <array>
+
+#include "shell/actions.h"
+
+namespace {
+
+constexpr std::array COMMANDS = {
+    Command{PLACE_TOP, 0, "dhcpv6-snooping", "turn DHCPv6 snooping on", actionSnooping},
+    Command{PLACE_TOP, 0, "undo dhcpv6-snooping", "turn DHCPv6 snooping off", actionSnooping},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping port-down-action fast-remove",
+            "remove a port's clients as soon as its link goes down (default)", actionFastRemove},
+    Command{PLACE_TOP, 0, "undo dhcpv6-snooping port-down-action fast-remove",
+            "keep a port's clients when its link goes down, until their leases end", actionFastRemove},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping l2-relay", "be a layer 2 relay agent: speak relay messages with the servers",
+            actionL2Relay},
+    Command{PLACE_TOP, 0, "undo dhcpv6-snooping l2-relay", "pass messages on without relay headers (default)", actionL2Relay},
+    Command{PLACE_ANY, PLACE_INTERFACE, "interface ethernet <port>", "configure a port", actionEnterInterface},
+    Command{PLACE_INTERFACE, 0, "dhcpv6-snooping trust", "servers live behind this port: trust their messages", actionTrust},
+    Command{PLACE_INTERFACE, 0, "undo dhcpv6-snooping trust", "clients live behind this port (default)", actionTrust},
+    Command{PLACE_INTERFACE, 0, "dhcpv6-snooping max-clients <limit>", "the most clients that this port may have",
+            actionPortLimit},
+    Command{PLACE_INTERFACE, 0, "undo dhcpv6-snooping max-clients", "back to the default of 2048 clients", actionPortLimit},
+    Command{PLACE_ANY, PLACE_VLAN, "vlan <vlan>", "configure a VLAN", actionEnterVlan},
+    Command{PLACE_VLAN, 0, "dhcpv6-snooping max-clients <limit>", "the most clients that this VLAN may have", actionVlanLimit},
+    Command{PLACE_VLAN, 0, "undo dhcpv6-snooping max-clients", "back to the default of 2048 clients", actionVlanLimit},
+    Command{PLACE_ANY, 0, "clear dhcpv6-snooping clients all", "forget every client", actionClearAll},
+    Command{PLACE_ANY, 0, "clear dhcpv6-snooping clients interface ethernet <port>", "forget the clients of a port",
+            actionClearPort},
+    Command{PLACE_ANY, 0, "clear dhcpv6-snooping clients vlan <vlan>", "forget the clients of a VLAN", actionClearVlan},
+    Command{PLACE_ANY, 0, "clear dhcpv6-snooping clients mac <mac>", "forget one client", actionClearMac},
+    Command{PLACE_ANY, 0, "clear dhcpv6-snooping clients ip <ipv6>", "forget one address or prefix", actionClearAddress},
+    Command{PLACE_ANY, 0, "show dhcpv6-snooping", "what is switched on", actionShowSnooping},
+    Command{PLACE_ANY, 0, "show dhcpv6-snooping clients", "every client with its addresses, prefixes and remaining time",
+            actionShowClients},
+    Command{PLACE_ANY, 0, "show dhcpv6-snooping client <mac>", "one client", actionShowClient},
+    Command{PLACE_ANY, 0, "show dhcpv6-snooping interfaces", "trust, limit and clients of every port", actionShowInterfaces},
+    Command{PLACE_ANY, 0, "show dhcpv6-snooping vlans", "limit and clients of every VLAN", actionShowVlans},
+    Command{PLACE_ANY, 0, "show platform", "the daemon and the bridge that it runs", actionShowPlatform},
+    Command{PLACE_ANY, 0, "show platform ports", "interface, link and state of every port", actionShowPlatformPorts},
+    Command{PLACE_ANY, 0, "show platform vlans", "which ports are in which VLAN", actionShowPlatformVlans},
+    Command{PLACE_ANY, 0, "show platform macs", "which MAC address was seen behind which port", actionShowPlatformMacs},
+    Command{PLACE_ANY, 0, "show platform counters", "frames taken, sent and dropped on every port", actionShowPlatformCounters},
+    Command{PLACE_ANY, 0, "debug dhcpv6-snooping", "log a line for every message and every client", actionDebug},
+    Command{PLACE_ANY, 0, "undo debug dhcpv6-snooping", "stop those lines", actionDebug},
+    Command{PLACE_ANY, 0, "help", "list the commands that may stand here", actionHelp},
+    Command{PLACE_ANY, 0, "help <words>", "list the commands that start with these words", actionHelp},
+    Command{PLACE_ANY, 0, "quit", "leave the port or VLAN; at the top, leave the shell", actionQuit},
+};
+
+struct WordHelp {
+    std::string_view word;
+    std::string_view help;
+};
+
+constexpr std::array WORD_HELP = {
+    WordHelp{"undo", "take a setting back"},
+    WordHelp{"dhcpv6-snooping", "DHCPv6 snooping"},
+    WordHelp{"clear", "forget what was learned"},
+    WordHelp{"clients", "the clients that were learned"},
+    WordHelp{"show", "look at something"},
+    WordHelp{"platform", "the switch itself"},
+    WordHelp{"help", "list commands"},
+};
+
+bool readPort(std::string_view word, Arguments *arguments, std::string *error) {
+    return valueReadPort(word, &arguments->port, error);
+}
+
+bool readVlan(std::string_view word, Arguments *arguments, std::string *error) {
+    return valueReadVlan(word, &arguments->vlan, error);
+}
+
+bool readLimit(std::string_view word, Arguments *arguments, std::string *error) {
+    return valueReadLimit(word, &arguments->limit, error);
+}
+
+bool readMac(std::string_view word, Arguments *arguments, std::string *error) {
+    return valueReadMac(word, &arguments->mac, error);
+}
+
+bool readIpv6(std::string_view word, Arguments *arguments, std::string *error) {
+    return valueReadIpv6(word, &arguments->address, error);
+}
+
+bool readWord(std::string_view word, Arguments *arguments, std::string *) {
+    arguments->words += arguments->words.empty() ? "" : " ";
+    arguments->words += word;
+    return true;
+}
+
+constexpr std::array PLACEHOLDERS = {
+    Placeholder{"<port>", "0/N", "a port, 0/1 to 0/28", readPort},
+    Placeholder{"<vlan>", "1-4094", "a VLAN", readVlan},
+    Placeholder{"<limit>", "0-2048", "a number of clients", readLimit},
+    Placeholder{"<mac>", "MAC", "a MAC address, like 02:00:5e:10:00:01", readMac},
+    Placeholder{"<ipv6>", "IPV6", "an IPv6 address, like 2001:db8::1", readIpv6},
+    Placeholder{COMMAND_REST.data(), "WORDS", "the first words of a command", readWord},
+};
+
+} // namespace
+
+std::span<const Command> commandTable() { return COMMANDS; }
+
+size_t commandWordCount(const Command &command) {
+    const std::string_view form = command.form;
+    size_t count = 1;
+    for (const char c : form) {
+        count += c == ' ' ? 1 : 0;
+    }
+    return count;
+}
+
+std::string_view commandWord(const Command &command, size_t index) {
+    std::string_view form = command.form;
+    for (size_t i = 0; i < index; i++) {
+        form.remove_prefix(form.find(' ') + 1);
+    }
+    return form.substr(0, form.find(' '));
+}
+
+std::string_view commandWordHelp(std::string_view word) {
+    for (const WordHelp &entry : WORD_HELP) {
+        if (entry.word == word) {
+            return entry.help;
+        }
+    }
+    return "";
+}
+
+const Placeholder *commandPlaceholder(std::string_view word) {
+    for (const Placeholder &placeholder : PLACEHOLDERS) {
+        if (word == placeholder.word) {
+            return &placeholder;
+        }
+    }
+    return nullptr;
+}

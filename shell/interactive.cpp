@@ -1,0 +1,144 @@
+#include "shell/interactive.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <histedit.h>
+
+#include "shell/output.h"
+#include "shell/parser.h"
+
+namespace {
+
+constexpr int HISTORY_LINES = 500;
+
+Session *sessionOf(EditLine *editor) {
+    void *session = nullptr;
+    el_get(editor, EL_CLIENTDATA, &session);
+    return static_cast<Session *>(session);
+}
+
+char *prompt(EditLine *editor) {
+    static std::string text; // libedit keeps the pointer while it draws
+    text = sessionPrompt(*sessionOf(editor));
+    return text.data();
+}
+
+std::string lineToCursor(EditLine *editor) {
+    const LineInfo *info = el_line(editor);
+    return {info->buffer, info->cursor};
+}
+
+void showLast(const Session &session) {
+    outputShow(stdout, session.error.empty() ? session.output : session.output + session.error + '\n');
+}
+
+// Asks what may stand at the cursor, under the line, which is then drawn again.
+unsigned char keyHelp(EditLine *editor, int) {
+    Session *session = sessionOf(editor);
+    const std::string line = lineToCursor(editor);
+    outputWrite(stdout, "\n");
+    sessionRun(session, line + "?");
+    showLast(*session);
+    return CC_REDISPLAY;
+}
+
+unsigned char keyComplete(EditLine *editor, int key) {
+    const std::string added = interactiveCompletion(*sessionOf(editor), lineToCursor(editor));
+    if (added.empty()) {
+        return keyHelp(editor, key);
+    }
+    return el_insertstr(editor, added.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+}
+
+unsigned char keyDrop(EditLine *editor, int) {
+    const LineInfo *info = el_line(editor);
+    el_cursor(editor, static_cast<int>(info->lastchar - info->cursor));
+    el_deletestr(editor, static_cast<int>(info->lastchar - info->buffer));
+    outputShow(stdout, "^C\n");
+    return CC_REDISPLAY;
+}
+
+void bindKeys(EditLine *editor) {
+    el_set(editor, EL_EDITOR, "emacs");
+    // The wide form keeps these literals; the other one copies them and never frees the copies.
+    el_wset(editor, EL_ADDFN, L"snoopctl-help", L"What may stand here", keyHelp);
+    el_wset(editor, EL_ADDFN, L"snoopctl-complete", L"Complete the word", keyComplete);
+    el_wset(editor, EL_ADDFN, L"snoopctl-drop", L"Drop the line", keyDrop);
+    el_set(editor, EL_BIND, "?", "snoopctl-help", nullptr);
+    el_set(editor, EL_BIND, "^I", "snoopctl-complete", nullptr);
+    el_set(editor, EL_BIND, "^C", "snoopctl-drop", nullptr);
+    // Ctrl-C comes as a key while a line is edited, and as the usual signal while a command runs.
+    el_set(editor, EL_SETTY, "-d", "-isig", nullptr);
+}
+
+void readLines(Session *session, EditLine *editor, History *history) {
+    HistEvent event = {};
+    int length = 0;
+    while (!session->ended) {
+        // Before the prompt shows: a key typed at once must not meet the terminal's own line editing.
+        el_set(editor, EL_PREP_TERM, 1);
+        const char *line = el_gets(editor, &length);
+        if (line == nullptr || length <= 0) {
+            outputShow(stdout, "\n");
+            return;
+        }
+        if (!sessionWords(line).empty()) {
+            ::history(history, &event, H_ENTER, line);
+        }
+        sessionRun(session, line);
+        showLast(*session);
+    }
+}
+
+} // namespace
+
+bool interactiveRun(Session *session) {
+    EditLine *editor = el_init("snoopctl", stdin, stdout, stderr);
+    History *history = history_init();
+    HistEvent event = {};
+    const bool good = editor != nullptr && history != nullptr;
+    if (good) {
+        ::history(history, &event, H_SETSIZE, HISTORY_LINES);
+        ::history(history, &event, H_SETUNIQUE, 1);
+        el_set(editor, EL_CLIENTDATA, session);
+        el_set(editor, EL_PROMPT, prompt);
+        el_set(editor, EL_HIST, ::history, history);
+        bindKeys(editor);
+        readLines(session, editor, history);
+    }
+    if (history != nullptr) {
+        history_end(history);
+    }
+    if (editor != nullptr) {
+        el_end(editor);
+    }
+    return good;
+}
+
+std::string interactiveCompletion(const Session &session, std::string_view line) {
+    std::vector<std::string_view> words = sessionWords(line);
+    std::string_view partial;
+    if (!words.empty() && line.ends_with(words.back())) {
+        partial = words.back();
+        words.pop_back();
+    }
+    std::vector<Choice> choices;
+    std::string error;
+    if (!parserChoices(session.place.kind, words, partial, &choices, &error)) {
+        return "";
+    }
+    std::string_view common;
+    size_t fitting = 0;
+    for (const Choice &choice : choices) {
+        if (choice.value) {
+            return ""; // a value, or the end of the line, may stand here as well: nothing is certain
+        }
+        const auto differs = std::mismatch(common.begin(), common.end(), choice.word.begin(), choice.word.end());
+        common = fitting == 0 ? choice.word : common.substr(0, static_cast<size_t>(differs.first - common.begin()));
+        fitting++;
+    }
+    if (fitting == 0) {
+        return "";
+    }
+    return std::string(common.substr(partial.size())) + (fitting == 1 ? " " : "");
+}

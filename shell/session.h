@@ -1,0 +1,50 @@
+#pragma once
+// One user's session with the shell: where in the command tree he stands, how he wants his output, and the way to the daemon.
+//
+// A session runs lines one at a time. What a command has to say goes to `output`, why it failed to `error`; nothing here
+// writes to a terminal, so that interactive use, one-shot use, replay and tests share all of it.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "shell/connection.h"
+
+// Places of the command tree, as bits: a command may belong to several.
+inline constexpr uint32_t PLACE_TOP = 1;
+inline constexpr uint32_t PLACE_INTERFACE = 2;
+inline constexpr uint32_t PLACE_VLAN = 4;
+inline constexpr uint32_t PLACE_ANY = PLACE_TOP | PLACE_INTERFACE | PLACE_VLAN;
+
+struct Place {
+    uint32_t kind = PLACE_TOP;
+    uint32_t number = 0; // port or VLAN
+};
+
+inline constexpr size_t SESSION_LINE_MAX = 1024; // bytes of one line
+
+enum class Outcome : uint32_t {
+    done,
+    refused,     // the daemon said no
+    usage,       // not a command, or not a value that is allowed here; nothing was sent
+    unreachable, // no usable answer from the daemon
+};
+
+struct Session {
+    Connection connection;
+    Place place;
+    bool json = false;  // `show` for programs
+    bool ended = false; // `quit` was said at the top
+    std::string output; // of the last line
+    std::string error;  // of the last line, one sentence without a full stop; empty unless it failed
+};
+
+// Words of a line: what stands between spaces and tabs. A comment line ("!" or "#" first) and an empty line have none.
+std::vector<std::string_view> sessionWords(std::string_view line);
+
+// Runs one line. A line that ends in "?" asks what may stand there.
+Outcome sessionRun(Session *session, std::string_view line);
+
+// "snoopd6>", "snoopd6(0/1)>", "snoopd6(vlan10)>"
+std::string sessionPrompt(const Session &session);

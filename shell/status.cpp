@@ -1,0 +1,124 @@
+#include "shell/status.h"
+
+#include <cstring>
+
+namespace {
+
+// The records of a whole table, one behind the other.
+CallEnd readTable(Connection *connection, uint32_t table, uint32_t recordSize, std::vector<uint8_t> *records,
+                  std::string *error) {
+    LinuxStatusAsk ask = {.table = table, .start = 0};
+    do {
+        Reply reply;
+        if (!connectionExchange(connection, LINUX_MSG_STATUS, callArgument(&ask, sizeof ask), CONNECTION_TIMEOUT_MS, &reply,
+                                error)) {
+            return CallEnd::unavailable;
+        }
+        if (reply.result != LINUX_RESULT_OK) {
+            *error = "the daemon has no platform table " + std::to_string(table) +
+                     ": install snoopd6 and snoopctl from the same release";
+            return CallEnd::unavailable;
+        }
+        if (!statusPageTake(reply.payload, ask, recordSize, records, &ask.start)) {
+            *error = "the daemon's answer is damaged: platform table " + std::to_string(table) + " cannot be read";
+            connectionClose(connection);
+            return CallEnd::unavailable;
+        }
+    } while (ask.start != 0);
+    return CallEnd::done;
+}
+
+void copyRecords(void *records, const std::vector<uint8_t> &bytes) {
+    if (!bytes.empty()) {
+        std::memcpy(records, bytes.data(), bytes.size());
+    }
+}
+
+} // namespace
+
+bool statusPageTake(std::span<const uint8_t> payload, const LinuxStatusAsk &ask, uint32_t recordSize,
+                    std::vector<uint8_t> *records, uint32_t *next) {
+    LinuxStatusHead head = {};
+    if (payload.size() < sizeof head) {
+        return false;
+    }
+    std::memcpy(&head, payload.data(), sizeof head);
+    const std::span<const uint8_t> body = payload.subspan(sizeof head);
+    const bool goesOn = head.next != 0;
+    if (head.table != ask.table || head.recordSize < recordSize || (goesOn && (head.next <= ask.start || head.count == 0)) ||
+        body.size() != uint64_t{head.count} * head.recordSize ||
+        records->size() / recordSize + head.count > STATUS_RECORDS_MAX) {
+        return false;
+    }
+    for (uint32_t i = 0; i < head.count; i++) {
+        const auto record = body.subspan(size_t{i} * head.recordSize, recordSize);
+        records->insert(records->end(), record.begin(), record.end());
+    }
+    *next = head.next;
+    return true;
+}
+
+CallEnd statusSwitch(Connection *connection, LinuxSwitchStatus *status, std::string *error) {
+    std::vector<uint8_t> bytes;
+    const CallEnd end = readTable(connection, LINUX_STATUS_SWITCH, sizeof *status, &bytes, error);
+    if (end == CallEnd::done && bytes.size() != sizeof *status) {
+        *error = "the daemon's answer is damaged: it describes " + std::to_string(bytes.size() / sizeof *status) + " switches";
+        return CallEnd::unavailable;
+    }
+    if (end == CallEnd::done) {
+        copyRecords(status, bytes);
+    }
+    return end;
+}
+
+CallEnd statusPorts(Connection *connection, std::vector<LinuxPortStatus> *ports, std::string *error) {
+    std::vector<uint8_t> bytes;
+    const CallEnd end = readTable(connection, LINUX_STATUS_PORTS, sizeof(LinuxPortStatus), &bytes, error);
+    ports->resize(bytes.size() / sizeof(LinuxPortStatus));
+    copyRecords(ports->data(), bytes);
+    return end;
+}
+
+CallEnd statusVlans(Connection *connection, std::vector<LinuxVlanStatus> *vlans, std::string *error) {
+    std::vector<uint8_t> bytes;
+    const CallEnd end = readTable(connection, LINUX_STATUS_VLANS, sizeof(LinuxVlanStatus), &bytes, error);
+    vlans->resize(bytes.size() / sizeof(LinuxVlanStatus));
+    copyRecords(vlans->data(), bytes);
+    return end;
+}
+
+CallEnd statusMacs(Connection *connection, std::vector<LinuxMacStatus> *macs, std::string *error) {
+    std::vector<uint8_t> bytes;
+    const CallEnd end = readTable(connection, LINUX_STATUS_MACS, sizeof(LinuxMacStatus), &bytes, error);
+    macs->resize(bytes.size() / sizeof(LinuxMacStatus));
+    copyRecords(macs->data(), bytes);
+    return end;
+}
+
+CallEnd statusCounters(Connection *connection, std::vector<LinuxPortCounters> *counters, std::string *error) {
+    std::vector<uint8_t> bytes;
+    const CallEnd end = readTable(connection, LINUX_STATUS_COUNTERS, sizeof(LinuxPortCounters), &bytes, error);
+    counters->resize(bytes.size() / sizeof(LinuxPortCounters));
+    copyRecords(counters->data(), bytes);
+    return end;
+}
+
+CallEnd statusDebug(Connection *connection, uint32_t set, uint32_t *inForce, std::string *error) {
+    LinuxDebugMsg message = {.module = STATUS_MODULE_SNOOPING, .set = set};
+    Reply reply;
+    if (!connectionExchange(connection, LINUX_MSG_DEBUG, callArgument(&message, sizeof message), CONNECTION_TIMEOUT_MS, &reply,
+                            error)) {
+        return CallEnd::unavailable;
+    }
+    if (reply.result != LINUX_RESULT_OK) {
+        return CallEnd::refused;
+    }
+    if (reply.payload.size() != sizeof message) {
+        *error = "the daemon's answer is damaged: it does not hold the debug switch";
+        connectionClose(connection);
+        return CallEnd::unavailable;
+    }
+    std::memcpy(&message, reply.payload.data(), sizeof message);
+    *inForce = message.set;
+    return CallEnd::done;
+}

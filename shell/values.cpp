@@ -1,0 +1,172 @@
+#include "shell/values.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <charconv>
+
+#include "l2/dhcp6snooping/clients/limits.h"
+
+namespace {
+
+constexpr uint32_t VLAN_MIN = 1;
+constexpr uint32_t VLAN_MAX = 4094;
+constexpr size_t QUOTED_MAX = 64; // characters of a word that an error repeats
+
+bool readDecimal(std::string_view word, uint32_t *number) {
+    uint32_t value = 0;
+    const auto [end, code] = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (word.empty() || code != std::errc() || end != word.data() + word.size()) {
+        return false;
+    }
+    *number = value;
+    return true;
+}
+
+bool readRange(std::string_view word, uint32_t low, uint32_t high, uint32_t *number) {
+    uint32_t value = 0;
+    if (!readDecimal(word, &value) || value < low || value > high) {
+        return false;
+    }
+    *number = value;
+    return true;
+}
+
+bool readHexGroup(std::string_view group, uint8_t *byte) {
+    uint32_t value = 0;
+    const auto [end, code] = std::from_chars(group.data(), group.data() + group.size(), value, 16);
+    if (group.empty() || group.size() > 2 || code != std::errc() || end != group.data() + group.size()) {
+        return false;
+    }
+    *byte = static_cast<uint8_t>(value);
+    return true;
+}
+
+} // namespace
+
+bool valueReadPort(std::string_view word, uint32_t *port, std::string *error) {
+    if (word.starts_with("0/") && readRange(word.substr(2), 1, DHCP6SNOOPING_PORTS, port)) {
+        return true;
+    }
+    *error = textQuoted(word) + " is not a port: allowed are 0/1 to 0/" + std::to_string(DHCP6SNOOPING_PORTS);
+    return false;
+}
+
+bool valueReadVlan(std::string_view word, uint32_t *vlan, std::string *error) {
+    if (readRange(word, VLAN_MIN, VLAN_MAX, vlan)) {
+        return true;
+    }
+    *error = textQuoted(word) + " is not a VLAN: allowed are 1 to 4094";
+    return false;
+}
+
+bool valueReadLimit(std::string_view word, uint32_t *limit, std::string *error) {
+    if (readRange(word, 0, DHCP6SNOOPING_LIMIT_MAX, limit)) {
+        return true;
+    }
+    *error = textQuoted(word) + " is not a number of clients: allowed are 0 to " + std::to_string(DHCP6SNOOPING_LIMIT_MAX);
+    return false;
+}
+
+bool valueReadMac(std::string_view word, MacAddress *mac, std::string *error) {
+    MacAddress read = {};
+    const char separator = word.find('-') != std::string_view::npos ? '-' : ':';
+    std::string_view rest = word;
+    bool good = true;
+    for (size_t i = 0; i < read.size() && good; i++) {
+        const size_t end = i + 1 < read.size() ? rest.find(separator) : rest.size();
+        good = end != std::string_view::npos && readHexGroup(rest.substr(0, end), &read[i]);
+        rest = good && end < rest.size() ? rest.substr(end + 1) : std::string_view();
+    }
+    if (!good) {
+        *error = textQuoted(word) + " is not a MAC address: it is written as six hexadecimal numbers, like 02:00:5e:10:00:01";
+        return false;
+    }
+    if (read == MacAddress{}) {
+        *error = textQuoted(word) + " belongs to no client: the all-zero MAC address is not allowed";
+        return false;
+    }
+    *mac = read;
+    return true;
+}
+
+bool valueReadIpv6(std::string_view word, Ipv6Address *address, std::string *error) {
+    // A NUL inside the word would end it early for inet_pton.
+    if (word.find('\0') != std::string_view::npos || inet_pton(AF_INET6, std::string(word).c_str(), address->data()) != 1) {
+        *error = textQuoted(word) + " is not an IPv6 address: it is written like 2001:db8::1, without a prefix length";
+        return false;
+    }
+    return true;
+}
+
+std::string textPort(uint32_t port) { return "0/" + std::to_string(port); }
+
+std::string textMac(const MacAddress &mac) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (const uint8_t byte : mac) {
+        text += text.empty() ? "" : ":";
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
+    }
+    return text;
+}
+
+std::string textIpv6(std::span<const uint8_t, 16> address, uint32_t prefixLength) {
+    std::array<char, INET6_ADDRSTRLEN> buffer = {};
+    std::string text = inet_ntop(AF_INET6, address.data(), buffer.data(), buffer.size());
+    if (prefixLength != 128) {
+        text += "/" + std::to_string(prefixLength);
+    }
+    return text;
+}
+
+std::string textDuration(uint64_t seconds) {
+    struct Unit {
+        uint64_t seconds;
+        char letter;
+    };
+    constexpr std::array<Unit, 5> units = {{{31536000, 'y'}, {86400, 'd'}, {3600, 'h'}, {60, 'm'}, {1, 's'}}};
+    for (size_t i = 0; i + 1 < units.size(); i++) {
+        if (seconds < units[i].seconds) {
+            continue;
+        }
+        const uint64_t minor = seconds % units[i].seconds / units[i + 1].seconds;
+        std::string text = std::to_string(seconds / units[i].seconds) + units[i].letter;
+        return minor == 0 ? text : text + std::to_string(minor) + units[i + 1].letter;
+    }
+    return std::to_string(seconds) + 's';
+}
+
+std::string textPorts(std::span<const uint32_t> ports) {
+    std::string text;
+    for (size_t i = 0; i < ports.size(); i++) {
+        const uint32_t first = ports[i];
+        while (i + 1 < ports.size() && ports[i + 1] == ports[i] + 1) {
+            i++;
+        }
+        text += (text.empty() ? "" : ", ") + textPort(first) + (ports[i] > first ? "-" + textPort(ports[i]) : "");
+    }
+    return text;
+}
+
+std::string textPrintable(std::string_view text) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string clean;
+    for (const char c : text) {
+        const auto byte = static_cast<uint8_t>(c);
+        if (byte >= 0x20 && byte < 0x7f) {
+            clean += c;
+        } else {
+            clean += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
+        }
+    }
+    return clean;
+}
+
+std::string textQuoted(std::string_view word) {
+    return '"' + textPrintable(word.substr(0, QUOTED_MAX)) + (word.size() > QUOTED_MAX ? "...\"" : "\"");
+}
+
+std::string_view textField(std::span<const char> field) {
+    return {field.data(), static_cast<size_t>(std::find(field.begin(), field.end(), '\0') - field.begin())};
+}

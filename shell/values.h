@@ -1,0 +1,33 @@
+#pragma once
+// Values as people write and read them: port names, VLAN ids, limits, MAC and IPv6 addresses, durations.
+//
+// Reading takes a whole word and either fills the output or leaves it alone and says in one sentence what is wrong with the
+// word and what is allowed. Writing never fails. Text that comes from outside the shell (a typed word, a name that the daemon
+// sent) goes through textPrintable before it reaches a terminal, so that no control character ever does.
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+using MacAddress = std::array<uint8_t, 6>;
+using Ipv6Address = std::array<uint8_t, 16>; // network order
+
+[[nodiscard]] bool valueReadPort(std::string_view word, uint32_t *port, std::string *error);
+[[nodiscard]] bool valueReadVlan(std::string_view word, uint32_t *vlan, std::string *error);
+[[nodiscard]] bool valueReadLimit(std::string_view word, uint32_t *limit, std::string *error);
+// Six groups of one or two hexadecimal digits, all separated by ':' or all by '-'. Refuses the all-zero address, which the
+// daemon uses for "no client".
+[[nodiscard]] bool valueReadMac(std::string_view word, MacAddress *mac, std::string *error);
+[[nodiscard]] bool valueReadIpv6(std::string_view word, Ipv6Address *address, std::string *error);
+
+std::string textPort(uint32_t port); // "0/3"
+std::string textMac(const MacAddress &mac);
+std::string textIpv6(std::span<const uint8_t, 16> address, uint32_t prefixLength); // "/n" only where n is not 128
+std::string textDuration(uint64_t seconds);                                        // the two largest units: "1h59m"
+std::string textPorts(std::span<const uint32_t> ports);                            // ascending ports: "0/1-0/3, 0/7"
+std::string textPrintable(std::string_view text);                                  // other bytes as \xNN
+std::string textQuoted(std::string_view word);                                     // printable, in quotes, cut when very long
+// Bytes of a fixed field up to its first NUL.
+std::string_view textField(std::span<const char> field);
