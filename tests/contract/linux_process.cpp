@@ -1,0 +1,170 @@
+// One snoopd6 at a time, and nothing left behind. Every server is a process of its own with a run folder of its own.
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "tests/contract/linux_env.h"
+
+namespace fs = std::filesystem;
+
+// Each test gets a network namespace of its own: the queue tests of this process hold the lock of theirs.
+class Process : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(unshare(CLONE_NEWNET), 0);
+        run = testFolder() + "/" + testing::UnitTest::GetInstance()->current_test_info()->name();
+    }
+
+    std::string run;
+    std::string said;
+};
+
+static int stopServer(const TestServer &server, int signal, std::string *said) {
+    kill(server.pid, signal);
+    return serverEnd(server, said);
+}
+
+static std::string firstWords(const std::string &text, size_t length) { return text.substr(0, length); }
+
+static void expectOneSentence(const std::string &said, const std::string &part) {
+    EXPECT_EQ(firstWords(said, 9), "snoopd6: ");
+    EXPECT_NE(said.find(part), std::string::npos) << said;
+    EXPECT_EQ(said.find('\n'), said.size() - 1) << said;
+}
+
+TEST_F(Process, StopsOnSignalAndLeavesNothing) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        const TestServer server = serverStart("serve", run);
+        ASSERT_TRUE(serverReady(server));
+        struct stat file;
+        ASSERT_EQ(stat((run + "/snoopd6.sock").c_str(), &file), 0);
+        EXPECT_TRUE(S_ISSOCK(file.st_mode));
+        EXPECT_EQ(file.st_mode & 07777, 0660u);
+        ASSERT_EQ(stat(run.c_str(), &file), 0);
+        EXPECT_EQ(file.st_mode & 07777, 0755u);
+        EXPECT_EQ(stopServer(server, signal, &said), 0);
+        EXPECT_EQ(said, "");
+        EXPECT_FALSE(fs::exists(run));
+    }
+}
+
+TEST_F(Process, LeavesNothingWhenMainReturns) {
+    const TestServer server = serverStart("leave", run);
+    EXPECT_EQ(serverEnd(server, &said), 7);
+    EXPECT_FALSE(fs::exists(run));
+}
+
+TEST_F(Process, KeepsAFolderThatWasThere) {
+    fs::create_directory(run);
+    const TestServer server = serverStart("serve", run);
+    ASSERT_TRUE(serverReady(server));
+    EXPECT_EQ(stopServer(server, SIGTERM, &said), 0);
+    EXPECT_TRUE(fs::is_directory(run));
+    EXPECT_TRUE(fs::is_empty(run));
+}
+
+TEST_F(Process, KeepsAFolderWithFilesOfOthers) {
+    const TestServer server = serverStart("serve", run);
+    ASSERT_TRUE(serverReady(server));
+    std::ofstream(run + "/other") << "x";
+    EXPECT_EQ(stopServer(server, SIGTERM, &said), 0);
+    EXPECT_TRUE(fs::exists(run + "/other"));
+    EXPECT_FALSE(fs::exists(run + "/snoopd6.sock"));
+    EXPECT_FALSE(fs::exists(run + "/snoopd6.lock"));
+}
+
+TEST_F(Process, SecondOneInTheFolderIsRefused) {
+    const TestServer server = serverStart("serve", run);
+    ASSERT_TRUE(serverReady(server));
+    ASSERT_EQ(unshare(CLONE_NEWNET), 0); // the folder's lock alone has to hold
+    const TestServer second = serverStart("serve", run);
+    EXPECT_EQ(serverEnd(second, &said), 1);
+    expectOneSentence(said, run + "/snoopd6.lock is locked: another snoopd6 (process " + std::to_string(server.pid) + ")");
+    EXPECT_TRUE(fs::exists(run + "/snoopd6.sock"));
+    EXPECT_TRUE(fs::exists(run + "/snoopd6.lock"));
+    EXPECT_EQ(stopServer(server, SIGTERM, &said), 0);
+}
+
+TEST_F(Process, SecondOneInTheNetworkNamespaceIsRefused) {
+    const TestServer server = serverStart("serve", run);
+    ASSERT_TRUE(serverReady(server));
+    const TestServer second = serverStart("serve", run + "2");
+    EXPECT_EQ(serverEnd(second, &said), 1);
+    expectOneSentence(said, "another snoopd6 serves this network namespace");
+    EXPECT_FALSE(fs::exists(run + "2"));
+    EXPECT_EQ(stopServer(server, SIGTERM, &said), 0);
+}
+
+TEST_F(Process, StartsAgainAfterItWasKilled) {
+    const TestServer server = serverStart("serve", run);
+    ASSERT_TRUE(serverReady(server));
+    EXPECT_EQ(stopServer(server, SIGKILL, &said), 1000 + SIGKILL);
+    ASSERT_TRUE(fs::exists(run + "/snoopd6.sock"));
+    const TestServer again = serverStart("serve", run);
+    ASSERT_TRUE(serverReady(again));
+    EXPECT_EQ(stopServer(again, SIGTERM, &said), 0);
+    EXPECT_EQ(said, "");
+}
+
+TEST_F(Process, SocketOfAnotherProgramIsLeftAlone) {
+    for (const int type : {SOCK_SEQPACKET, SOCK_STREAM}) {
+        fs::create_directory(run);
+        const std::string path = run + "/snoopd6.sock";
+        const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+        sockaddr_un name = {};
+        name.sun_family = AF_UNIX;
+        path.copy(name.sun_path, sizeof name.sun_path - 1);
+        ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&name), sizeof name), 0);
+        ASSERT_EQ(listen(fd, 1), 0);
+        const TestServer server = serverStart("serve", run);
+        EXPECT_EQ(serverEnd(server, &said), 1);
+        expectOneSentence(said, path + " is in use by another program");
+        EXPECT_TRUE(fs::exists(path));
+        EXPECT_FALSE(fs::exists(run + "/snoopd6.lock"));
+        close(fd);
+        fs::remove_all(run);
+    }
+}
+
+TEST_F(Process, FileInTheWayIsLeftAlone) {
+    fs::create_directory(run);
+    std::ofstream(run + "/snoopd6.sock") << "x";
+    const TestServer server = serverStart("serve", run);
+    EXPECT_EQ(serverEnd(server, &said), 1);
+    expectOneSentence(said, run + "/snoopd6.sock is in the way and is no socket");
+    EXPECT_TRUE(fs::exists(run + "/snoopd6.sock"));
+}
+
+TEST_F(Process, FoldersThatCannotBe) {
+    EXPECT_EQ(serverEnd(serverStart("serve", run + "/deep/down"), &said), 1);
+    expectOneSentence(said, "the run folder " + run + "/deep/down cannot be made: No such file or directory");
+    EXPECT_EQ(serverEnd(serverStart("serve", run + std::string(100, 'x')), &said), 1);
+    expectOneSentence(said, "is too long a name for a socket in it: at most 107 characters");
+    std::ofstream(run) << "x";
+    EXPECT_EQ(serverEnd(serverStart("serve", run), &said), 1);
+    expectOneSentence(said, run + "/snoopd6.lock cannot be opened: Not a directory");
+    EXPECT_TRUE(fs::is_regular_file(run));
+}
+
+TEST_F(Process, RightsAreMissing) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to become another user";
+    }
+    fs::create_directory(run);
+    EXPECT_EQ(serverEnd(serverStart("serve", run, 65534), &said), 1);
+    expectOneSentence(said, run + "/snoopd6.lock cannot be opened: Permission denied; run as root or set SNOOPD6_RUN");
+    EXPECT_EQ(serverEnd(serverStart("serve", run + "/folder", 65534), &said), 1);
+    expectOneSentence(said, "the run folder " + run + "/folder cannot be made: Permission denied");
+}
+
+TEST_F(Process, LogLines) {
+    EXPECT_EQ(serverEnd(serverStart("log", run), &said), 0);
+    EXPECT_EQ(said, "snoopd6: one long?line?\n");
+}

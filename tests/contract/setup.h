@@ -1,0 +1,5 @@
+#pragma once
+// The contract tests ask every platform the same questions. This is all that differs between them.
+
+// Makes a switch of 28 ports and empties the table of remote functions.
+void contractSetup();

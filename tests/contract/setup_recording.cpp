@@ -1,0 +1,5 @@
+#include "tests/contract/setup.h"
+
+#include "tests/platform/recording.h"
+
+void contractSetup() { recordingReset(); }

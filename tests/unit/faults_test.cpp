@@ -1,0 +1,170 @@
+// A whole life of the daemon, with every call of the platform and every allocation failing in turn.
+
+#include "l2/dhcp6snooping/clients/limits.h"
+#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "tests/unit/fixture.h"
+
+#include <cstring>
+
+namespace {
+
+struct FaultsTest : SnoopingTest {};
+
+Options bothLeases(uint32_t valid) {
+    Options content = options().serverId().clientId().iaNa(500, 800, options().address("2001:db8::1", valid, valid));
+    return content.iaPd(500, 800, options().prefix("2001:db8:1::", 56, valid, valid));
+}
+
+Bytes remoteCall(uint8_t id) { return {id, 0, 0, 0, 0, 0, 0, 0}; }
+
+// Start-up, an exchange through to RENEW, aging, RELEASE, a relayed REPLY, a port that goes down, remote calls, stop.
+void wholeLife() {
+    uint32_t queueId = 0;
+    dhcp6snooping_startup("snoopd6", &queueId);
+    dhcp6SnoopingTrustPort[3] = 1;
+    dhcp6snooping_start();
+    recordingMacOnPort(10, macBytes(CLIENT).data(), 1);
+    receive(fromClient(DHCP6_SOLICIT, options().clientId().iaNa(0, 0)), 1);
+    receive(fromServer(DHCP6_ADVERTISE, bothLeases(100)), 4);
+    receive(fromClient(DHCP6_REQUEST, bothLeases(100)), 1);
+    receive(fromServer(DHCP6_REPLY, bothLeases(100)), 4);
+    receive(fromClient(DHCP6_RENEW, bothLeases(100)), 1);
+    receive(fromServer(DHCP6_REPLY, bothLeases(100)), 4);
+    receive(fromClient(DHCP6_SOLICIT).from(OTHER_CLIENT).to(SERVER), 2);
+    dhcp6L2Relay = 1;
+    receive(frame()
+                .from(SERVER)
+                .to(OTHER_CLIENT)
+                .udp(547)
+                .carrying(relayMessage(DHCP6_RELAY_REPL, options().relayMessage(message(DHCP6_REPLY, bothLeases(20))))),
+            4);
+    for (uint32_t tick = 0; tick < 10; tick++) {
+        recordingClock += 3;
+        snoopd6TimerProcess(3, nullptr);
+    }
+    receive(fromClient(DHCP6_RELEASE, bothLeases(1)), 1);
+    receive(fromClient(DHCP6_SOLICIT).from(OTHER_CLIENT), 2);
+    dhcp6snoopingPortLinkProcess(2, 0);
+    receive(fromClient(DHCP6_SOLICIT), 1);
+    for (const uint8_t id : std::initializer_list<uint8_t>{1, 0, 29}) {
+        recordingQueueMessage(VOS_MSG_TYPE_REMOTE_CALL, remoteCall(id));
+        dhcp6snooping_serve_message(queueId);
+    }
+    receive(fromClient(DHCP6_SOLICIT), 1);
+}
+
+// Tables are set up by the start-up step of the life itself.
+void freshStart() {
+    recordingReset();
+    recordingVlan(10, {1, 2, 3, 4});
+    recordingDebugOn = 1;
+    dhcp6SnoopingOn = 0;
+    dhcp6L2Relay = 0;
+}
+
+void expectWholeTable(const std::string &what) {
+    uint32_t used = 0, counted = 0, byPort = 0;
+    for (const Dhcp6SnoopingNode *node = dhcp6snooping_first_avlnode(); node != nullptr;
+         node = dhcp6snooping_next_avlnode(node->mac)) {
+        used++;
+        counted += node->counted;
+    }
+    for (const uint16_t count : dhcp6SnoopingPortIpNum)
+        byPort += count;
+    EXPECT_EQ(used + listDhcp6SnoopingAvlNode.count, 2048u) << what;
+    EXPECT_EQ(byPort, counted) << what;
+}
+
+TEST_F(FaultsTest, WithoutAFaultTheLifeIsAsExpected) {
+    wholeLife();
+    EXPECT_EQ(tableMacs(), Lines{CLIENT});
+    EXPECT_EQ(recordingSent.size(), 12u);
+    expectWholeTable("no fault");
+}
+
+TEST_F(FaultsTest, EveryCallFailsInTurn) {
+    uint32_t faults = 0;
+    for (uint32_t nth = 1;; nth++) {
+        freshStart();
+        recordingFailNth(nth);
+        wholeLife();
+        const std::string failed = recordingFailed;
+        recordingFailNone();
+        if (failed.empty())
+            break;
+        faults++;
+        expectWholeTable(failed + " as call " + std::to_string(nth));
+        dhcp6snooping_delete_allavlnode();
+        ASSERT_EQ(listDhcp6SnoopingAvlNode.count, 2048u) << failed << " as call " << nth;
+    }
+    EXPECT_GT(faults, 300u);
+}
+
+TEST_F(FaultsTest, EveryFunctionFailsAlways) {
+    const char *const functions[] = {"smdProcessInit",
+                                     "OemInit",
+                                     "smdRMWrapInit",
+                                     "__smdRmWrapRegister",
+                                     "vosTimerRegister",
+                                     "smdVDLinktrapRegPort",
+                                     "smdVDPktRegister",
+                                     "smdVDPktRegRunning",
+                                     "smdVDDhcp6snoopingOnOff",
+                                     "smdVDMacGet",
+                                     "VLAN_Api_PortList_Get",
+                                     "lac_ap_2_ag_hi_hi_excpt_cur",
+                                     "smdVDPktSendPort",
+                                     "smdVDPktSendPortlist",
+                                     "syslogSendInfo",
+                                     "avlInsert",
+                                     "avlSearch",
+                                     "avlMinimumGet",
+                                     "avlSuccessorGet",
+                                     "lstGet",
+                                     "vosInetNtop",
+                                     "vosMsgRecv",
+                                     "vosMsgResp",
+                                     "smdCfgRmWrapProcess",
+                                     "vosPrintf",
+                                     "avlDelete"};
+    for (const char *function : functions) {
+        freshStart();
+        recordingFailAlways(function);
+        wholeLife();
+        EXPECT_EQ(recordingFailed, strcmp(function, "vosPrintf") == 0 ? "" : function);
+        recordingFailNone();
+        expectWholeTable(function);
+        dhcp6snooping_delete_allavlnode();
+    }
+}
+
+TEST_F(FaultsTest, EveryAllocationFailsInTurn) {
+    for (uint32_t nth = 1;; nth++) {
+        freshStart();
+        dhcp6snooping_init();
+        addClient(CLIENT, 10, 1);
+        dhcp6SnoopingTrustPort[3] = 1;
+        const Bytes reply = bytesOf(fromServer(DHCP6_REPLY, bothLeases(100)));
+        // The frame's own block is one of the allocations of processRaw, the first one.
+        recordingAllocationsBegin(nth == 1 ? 0 : nth);
+        processRaw(reply, 66, 0, 10, 3);
+        const uint32_t made = recordingAllocationsEnd();
+        EXPECT_EQ(recordingSent.size(), 1u) << "the REPLY goes on all the same";
+        EXPECT_LE(clientOf(CLIENT)->leases.count, 2u);
+        EXPECT_EQ(clientOf(CLIENT)->leases.count == 2, nth == 1 || nth > made) << nth;
+        dhcp6snooping_delete_allavlnode();
+        if (nth > made) {
+            EXPECT_EQ(made, 7u) << "frame; parsed: slots and two copies; learned: the same";
+            break;
+        }
+    }
+}
+
+TEST_F(FaultsTest, ALostQueueIsSaidAndTriedAgain) {
+    recordingFailAlways("vosMsgRecv");
+    for (uint32_t i = 0; i < 3; i++)
+        dhcp6snooping_serve_message(7);
+    EXPECT_EQ(recordingConsole, Lines(3, "\r\nmain:vosMsgRecv failed iRet = -1"));
+}
+
+} // namespace

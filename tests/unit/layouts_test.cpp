@@ -1,0 +1,83 @@
+// Sizes and field orders that others rely on.
+
+#include "l2/dhcp6snooping/clients/limits.h"
+#include "l2/dhcp6snooping/clients/queries.h"
+#include "l2/dhcp6snooping/clients/table.h"
+#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "l2/dhcp6snooping/packet/descriptor.h"
+#include "l2/dhcp6snooping/packet/lease.h"
+#include "l2/dhcp6snooping/packet/snooping.h"
+#include "l2/dhcp6snooping/sourceguard/portmode.h"
+
+#include <cstddef>
+#include <gtest/gtest.h>
+#include <type_traits>
+
+namespace {
+
+template <typename... Offsets> bool ascending(Offsets... offsets) {
+    const size_t all[] = {offsets...};
+    for (size_t i = 1; i < sizeof...(offsets); i++)
+        if (all[i] <= all[i - 1])
+            return false;
+    return true;
+}
+
+TEST(LayoutTest, TheClientRecordStartsWithItsLinks) {
+    using Node = Dhcp6SnoopingNode;
+    EXPECT_EQ(offsetof(Node, link), 0u);
+    EXPECT_GE(sizeof(AvlNode), sizeof(LstNode)) << "the free list must not reach behind the tree's links";
+    EXPECT_TRUE(ascending(offsetof(Node, vlan), offsetof(Node, port), offsetof(Node, mac), offsetof(Node, unack_timeout),
+                          offsetof(Node, last_update), offsetof(Node, acked), offsetof(Node, counted), offsetof(Node, leases)));
+    static_assert(std::is_same_v<decltype(Node::acked), uint32_t> && std::is_same_v<decltype(Node::counted), uint32_t>);
+    static_assert(sizeof(Node::mac) == 6);
+}
+
+TEST(LayoutTest, LeaseRecordsAreInFieldOrder) {
+    EXPECT_EQ(sizeof(Dhcp6LeaseAttr), 36u);
+    EXPECT_TRUE(ascending(offsetof(Dhcp6LeaseAttr, address), offsetof(Dhcp6LeaseAttr, prefix_len),
+                          offsetof(Dhcp6LeaseAttr, preferred_lifetime), offsetof(Dhcp6LeaseAttr, valid_lifetime),
+                          offsetof(Dhcp6LeaseAttr, learned_at), offsetof(Dhcp6LeaseAttr, status)));
+    EXPECT_TRUE(
+        ascending(offsetof(Dhcp6AttrArray, count), offsetof(Dhcp6AttrArray, capacity), offsetof(Dhcp6AttrArray, items)));
+    EXPECT_TRUE(ascending(offsetof(Dhcp6IaResult, t1), offsetof(Dhcp6IaResult, t2), offsetof(Dhcp6IaResult, leases),
+                          offsetof(Dhcp6IaResult, status)));
+    EXPECT_EQ(sizeof(Dhcp6LeaseLine), 20u);
+    EXPECT_EQ(offsetof(Dhcp6LeaseLine, prefix_len), 16u);
+}
+
+TEST(LayoutTest, RecordsForCallersAre32BitFieldsInOrder) {
+    EXPECT_EQ(sizeof(Dhcp6SnoopingGlobalInfo), 8u);
+    EXPECT_TRUE(ascending(offsetof(Dhcp6SnoopingGlobalInfo, enabled), offsetof(Dhcp6SnoopingGlobalInfo, fastRemove)));
+    EXPECT_EQ(sizeof(Dhcp6SnoopingPortInfo), 12u);
+    EXPECT_TRUE(ascending(offsetof(Dhcp6SnoopingPortInfo, mode), offsetof(Dhcp6SnoopingPortInfo, maxClients),
+                          offsetof(Dhcp6SnoopingPortInfo, clients)));
+}
+
+TEST(LayoutTest, TheDescriptorIsInFieldOrder) {
+    EXPECT_TRUE(ascending(offsetof(Dhcp6PacketDescriptor, data), offsetof(Dhcp6PacketDescriptor, length),
+                          offsetof(Dhcp6PacketDescriptor, info), offsetof(Dhcp6PacketDescriptor, ctl)));
+}
+
+TEST(LayoutTest, TablesHaveTheirSizes) {
+    EXPECT_EQ(sizeof gDhcp6SnoopingAvlNode / sizeof gDhcp6SnoopingAvlNode[0], 2048u);
+    EXPECT_EQ(sizeof dhcp6SnoopingTrustPort, 28u * 4);
+    EXPECT_EQ(sizeof Ip6SourceGuardPort, 28u * 4);
+    EXPECT_EQ(sizeof dhcp6SnoopingPortMaxIP, 28u * 2);
+    EXPECT_EQ(sizeof dhcp6SnoopingPortIpNum, 28u * 2);
+    EXPECT_EQ(sizeof dhcp6SnoopingDhcpVlanMaxIP, 4096u * 2);
+    EXPECT_EQ(sizeof dhcp6SnoopingDhcpVlanIpNum, 4096u * 2);
+    EXPECT_EQ(sizeof g_smdMsgRecvBuffer, 64500u);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(g_smdMsgRecvBuffer) % 16, 0u);
+    EXPECT_EQ(DHCP6SNOOPING_UNACK_TIMEOUT, 180u);
+}
+
+// Values that no start-up step sets are right from the first instruction on; a fresh process shows it.
+TEST(LayoutTest, StaticStartValues) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(exit(bDhcp6SnoopingFastRemove == 1 && dhcp6L2Relay == 0 && dhcp6SnoopingOn == 0 ? 0 : 1),
+                testing::ExitedWithCode(0), "");
+    GTEST_FLAG_SET(death_test_style, "fast");
+}
+
+} // namespace

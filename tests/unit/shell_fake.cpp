@@ -1,0 +1,260 @@
+#include "shell_fake.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "l2/dhcp6snooping/clients/limits.h"
+#include "l2/dhcp6snooping/clients/queries.h"
+#include "l2/dhcp6snooping/mgmt/remotecalls.h"
+#include "platform/libvos.h"
+#include "platform/linux/protocol.h"
+
+namespace {
+
+constexpr size_t HEADER = sizeof(VosMsgHeader);
+
+// Where the bytes of argument `index` start in a remote call.
+size_t argumentAt(const Bytes &message, size_t index) {
+    size_t at = HEADER + 8;
+    for (size_t i = 0; i < index; i++) {
+        at += 8 + (fakeWord(message, at) + 7) / 8 * 8;
+    }
+    return at + 8;
+}
+
+uint32_t argumentWord(const Bytes &message, size_t index) { return fakeWord(message, argumentAt(message, index)); }
+
+void putArgument(Bytes *message, size_t index, const Bytes &bytes) {
+    std::copy(bytes.begin(), bytes.end(), message->begin() + static_cast<ptrdiff_t>(argumentAt(*message, index)));
+}
+
+Bytes nextClient(const Bytes &request) {
+    const Bytes first = {2, 0, 0, 0, 0, 1};
+    const Bytes second = {2, 0, 0, 0, 0, 10};
+    const auto *start = request.data() + argumentAt(request, 0);
+    const Bytes cursor(start, start + 6);
+    Bytes reply = fakeEcho(request, cursor < second ? 0 : -1);
+    if (cursor < first) {
+        Bytes leases(2 * sizeof(Dhcp6LeaseLine), 0);
+        const Bytes address = {0x20, 0x01, 0x0d, 0xb8, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0};
+        std::copy(address.begin(), address.end(), leases.begin());
+        leases[16] = 128;
+        const Bytes prefix = {0x20, 0x01, 0x0d, 0xb8, 0x80};
+        std::copy(prefix.begin(), prefix.end(), leases.begin() + 20);
+        leases[36] = 56;
+        putArgument(&reply, 0, first);
+        putArgument(&reply, 1, fakeWords({10}));
+        putArgument(&reply, 2, fakeWords({1}));
+        putArgument(&reply, 3, fakeWords({2}));
+        putArgument(&reply, 4, leases);
+        putArgument(&reply, 5, fakeWords({7140, 45}));
+    } else if (cursor < second) {
+        putArgument(&reply, 0, second);
+        putArgument(&reply, 1, fakeWords({1}));
+        putArgument(&reply, 2, fakeWords({2}));
+    }
+    return reply;
+}
+
+Bytes answerCall(const Bytes &request) {
+    Bytes reply = fakeEcho(request, 0);
+    const uint32_t subject = argumentWord(request, 0);
+    switch (fakeWord(request, HEADER)) {
+    case DH6S_FUNC_GET_NEXTCLIENTS_EXT: return nextClient(request);
+    case DH6S_FUNC_GLOBAL_INFO_GET: putArgument(&reply, 0, fakeWords({1, 0})); break;
+    case DH6S_FUNC_PORT_INFO_GET:
+        putArgument(&reply, 1, fakeWords({subject == 4 ? 1u : 0u, subject == 1 ? 100u : 2048u, subject == 4 ? 0u : 1u}));
+        break;
+    case DH6S_FUNC_VLAN_MAXCLIENTS_GET:
+        putArgument(&reply, 1, fakeWords({subject == 20 ? 5u : 2048u}));
+        putArgument(&reply, 2, fakeWords({subject == 1 || subject == 10 ? 1u : 0u}));
+        break;
+    default: break;
+    }
+    return reply;
+}
+
+void appendRecord(Bytes *out, const void *record, size_t size) {
+    const auto *bytes = static_cast<const uint8_t *>(record);
+    out->insert(out->end(), bytes, bytes + size);
+}
+
+Bytes page(uint32_t table, uint32_t next, uint32_t count, const Bytes &records) {
+    Bytes out = fakeWords({table, next, count, static_cast<uint32_t>(records.size() / count)});
+    out.insert(out.end(), records.begin(), records.end());
+    return out;
+}
+
+// The port table comes in two pages.
+Bytes portPage(uint32_t start) {
+    const LinuxPortStatus ports[] = {{1, 1, "p1", 3, 1, 1, 10, LINUX_NO_TRUNK, 0},
+                                     {2, 2, "p2", 0, 0, 0, 0, LINUX_NO_TRUNK, 0},
+                                     {4, 1, "p4", 5, 1, 1, 1, 7, 0}};
+    Bytes records;
+    const size_t first = start == 0 ? 0 : 2;
+    const size_t last = start == 0 ? 2 : 3;
+    for (size_t i = first; i < last; i++) {
+        appendRecord(&records, &ports[i], sizeof ports[i]);
+    }
+    return page(LINUX_STATUS_PORTS, start == 0 ? 4 : 0, static_cast<uint32_t>(last - first), records);
+}
+
+Bytes answerStatus(const Bytes &request) {
+    const LinuxSwitchStatus status = {"br0", "0.1.0", 4711, 3725, 4, 1, 1, 1, {2, 0, 0, 0, 0, 0xff}, {}};
+    const LinuxVlanStatus vlans[] = {{1, 0, {0xd0}, {0xd0}}, {10, 0, {0xf0}, {}}};
+    const LinuxMacStatus macs[] = {{10, {2, 0, 0, 0, 0, 1}, 1, LINUX_NO_TRUNK, 0, 0}, {0, {2, 0, 0, 0, 0, 2}, 0, 7, 1, 0}};
+    const LinuxPortCounters counters = {4, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 18446744073709551615u};
+    Bytes records;
+    const uint32_t table = fakeWord(request, HEADER);
+    switch (table) {
+    case LINUX_STATUS_PORTS: return fakeReply(request, 0, portPage(fakeWord(request, HEADER + 4)));
+    case LINUX_STATUS_SWITCH:
+        appendRecord(&records, &status, sizeof status);
+        return fakeReply(request, 0, page(table, 0, 1, records));
+    case LINUX_STATUS_VLANS:
+        appendRecord(&records, vlans, sizeof vlans);
+        return fakeReply(request, 0, page(table, 0, 2, records));
+    case LINUX_STATUS_MACS: appendRecord(&records, macs, sizeof macs); return fakeReply(request, 0, page(table, 0, 2, records));
+    default: appendRecord(&records, &counters, sizeof counters); return fakeReply(request, 0, page(table, 0, 1, records));
+    }
+}
+
+// Serves one connection until its peer or the test ends it. False when the test did.
+bool serve(FakeDaemon *daemon, int peer) {
+    for (;;) {
+        pollfd wanted[] = {{peer, POLLIN, 0}, {daemon->wake[0], POLLIN, 0}};
+        poll(wanted, 2, -1);
+        if (wanted[1].revents != 0) {
+            return false;
+        }
+        Bytes request(VOS_MSG_MAX);
+        const ssize_t length = recv(peer, request.data(), request.size(), 0);
+        if (length <= 0) {
+            return true;
+        }
+        request.resize(static_cast<size_t>(length));
+        {
+            const std::lock_guard guard(daemon->lock);
+            daemon->requests.push_back(request);
+        }
+        const Bytes reply = daemon->answer(request);
+        if (reply.empty()) {
+            return true;
+        }
+        send(peer, reply.data(), reply.size(), MSG_NOSIGNAL);
+    }
+}
+
+void serveAll(FakeDaemon *daemon) {
+    for (bool on = true; on;) {
+        pollfd wanted[] = {{daemon->listener, POLLIN, 0}, {daemon->wake[0], POLLIN, 0}};
+        poll(wanted, 2, -1);
+        if (wanted[1].revents != 0) {
+            return;
+        }
+        const int peer = accept4(daemon->listener, nullptr, nullptr, SOCK_CLOEXEC);
+        on = serve(daemon, peer);
+        close(peer);
+    }
+}
+
+} // namespace
+
+void fakeStart(FakeDaemon *daemon, FakeAnswer answer) {
+    std::string name = (std::filesystem::temp_directory_path() / "snoopctl-test-XXXXXX").string();
+    ASSERT_NE(mkdtemp(name.data()), nullptr);
+    daemon->folder = name;
+    daemon->answer = std::move(answer);
+    daemon->listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const std::string path = connectionSocketPath(name);
+    ASSERT_LT(path.size(), sizeof address.sun_path);
+    std::memcpy(address.sun_path, path.data(), path.size());
+    ASSERT_EQ(bind(daemon->listener, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(daemon->listener, 4), 0);
+    ASSERT_EQ(pipe2(daemon->wake, O_CLOEXEC), 0);
+    daemon->thread = std::thread(serveAll, daemon);
+}
+
+void fakeStop(FakeDaemon *daemon) {
+    ASSERT_EQ(write(daemon->wake[1], "", 1), 1);
+    daemon->thread.join();
+    for (const int fd : {daemon->listener, daemon->wake[0], daemon->wake[1]}) {
+        close(fd);
+    }
+    std::filesystem::remove_all(daemon->folder);
+}
+
+std::vector<Bytes> fakeRequests(FakeDaemon *daemon) {
+    const std::lock_guard guard(daemon->lock);
+    return daemon->requests;
+}
+
+Bytes fakeSwitch(const Bytes &request) {
+    VosMsgHeader header = {};
+    std::memcpy(&header, request.data(), sizeof header);
+    switch (header.type) {
+    case VOS_MSG_TYPE_REMOTE_CALL: return answerCall(request);
+    case LINUX_MSG_STATUS: return answerStatus(request);
+    case LINUX_MSG_DEBUG: {
+        const uint32_t set = fakeWord(request, HEADER + 4);
+        return fakeReply(request, 0, fakeWords({fakeWord(request, HEADER), set == 2 ? 1 : set}));
+    }
+    default: return fakeReply(request, LINUX_RESULT_UNKNOWN, {});
+    }
+}
+
+Bytes fakeReply(const Bytes &request, int32_t result, const Bytes &payload) {
+    VosMsgHeader header = {};
+    std::memcpy(&header, request.data(), sizeof header);
+    header.result = result;
+    header.payloadLength = static_cast<uint16_t>(payload.size());
+    Bytes reply(HEADER);
+    std::memcpy(reply.data(), &header, sizeof header);
+    reply.insert(reply.end(), payload.begin(), payload.end());
+    return reply;
+}
+
+Bytes fakeEcho(const Bytes &request, int32_t result) {
+    return fakeReply(request, result, Bytes(request.begin() + HEADER, request.end()));
+}
+
+uint32_t fakeWord(std::span<const uint8_t> bytes, size_t at) {
+    uint32_t word = 0;
+    if (at + sizeof word <= bytes.size()) {
+        std::memcpy(&word, bytes.data() + at, sizeof word);
+    }
+    return word;
+}
+
+Bytes fakeWords(std::initializer_list<uint32_t> words) {
+    Bytes bytes;
+    for (const uint32_t word : words) {
+        appendRecord(&bytes, &word, sizeof word);
+    }
+    return bytes;
+}
+
+std::string fakeHex(std::span<const uint8_t> bytes) {
+    std::string text;
+    for (const uint8_t byte : bytes) {
+        text += "0123456789abcdef"[byte >> 4];
+        text += "0123456789abcdef"[byte & 15];
+    }
+    return text;
+}
+
+Session fakeSession(const FakeDaemon &daemon) {
+    Session session;
+    session.connection.socketPath = connectionSocketPath(daemon.folder);
+    return session;
+}

@@ -1,0 +1,50 @@
+#pragma once
+// A daemon for the shell's tests: a thread behind a real SOCK_SEQPACKET socket in a temporary folder. It keeps every request as
+// it came and answers as a small switch would, or as the test says.
+//
+// The switch: ports 0/1, 0/2 and 0/4 (trusted); VLANs 1 and 10, and a limit of 5 on VLAN 20, which does not exist; client
+// 02:00:00:00:00:01 with an address and a prefix, client 02:00:00:00:00:0a without leases.
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "shell/session.h"
+
+using Bytes = std::vector<uint8_t>;
+
+// Makes the answer to one request; an empty one closes the connection.
+using FakeAnswer = std::function<Bytes(const Bytes &request)>;
+
+struct FakeDaemon {
+    std::string folder;
+    FakeAnswer answer;
+    int listener = -1;
+    int wake[2] = {-1, -1}; // a byte ends the thread
+    std::thread thread;
+    std::mutex lock; // of requests
+    std::vector<Bytes> requests;
+};
+
+void fakeStart(FakeDaemon *daemon, FakeAnswer answer);
+void fakeStop(FakeDaemon *daemon);
+std::vector<Bytes> fakeRequests(FakeDaemon *daemon);
+
+// The small switch. Settings are answered with success.
+Bytes fakeSwitch(const Bytes &request);
+
+// An answer with the request's type and identifier.
+Bytes fakeReply(const Bytes &request, int32_t result, const Bytes &payload);
+// An answer that repeats the request's payload: a remote call that leaves its arguments alone.
+Bytes fakeEcho(const Bytes &request, int32_t result);
+
+uint32_t fakeWord(std::span<const uint8_t> bytes, size_t at); // little-endian; 0 outside
+Bytes fakeWords(std::initializer_list<uint32_t> words);
+std::string fakeHex(std::span<const uint8_t> bytes);
+
+// A session with the daemon, ended with it.
+Session fakeSession(const FakeDaemon &daemon);

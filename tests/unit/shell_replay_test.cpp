@@ -1,0 +1,136 @@
+// Replay of files: what runs, what is named, what is left out.
+#include <gtest/gtest.h>
+
+#include "shell_fake.h"
+
+#include "shell/replay.h"
+
+namespace {
+
+class ShellReplay : public testing::Test {
+  protected:
+    FakeDaemon daemon;
+    Session session;
+    std::string out;
+    std::string err;
+
+    void SetUp() override {
+        fakeStart(&daemon, fakeSwitch);
+        session = fakeSession(daemon);
+    }
+
+    void TearDown() override {
+        connectionClose(&session.connection);
+        fakeStop(&daemon);
+    }
+
+    ReplayResult replay(std::string text) {
+        FILE *in = fmemopen(text.data(), text.size(), "r");
+        char *outText = nullptr;
+        char *errText = nullptr;
+        size_t outSize = 0;
+        size_t errSize = 0;
+        FILE *outFile = open_memstream(&outText, &outSize);
+        FILE *errFile = open_memstream(&errText, &errSize);
+        const ReplayResult result = replayRun(&session, in, "startup.cfg", outFile, errFile);
+        fclose(in);
+        fclose(outFile);
+        fclose(errFile);
+        out.assign(outText, outSize);
+        err.assign(errText, errSize);
+        free(outText);
+        free(errText);
+        return result;
+    }
+
+    // Identifiers of the remote calls that arrived.
+    std::vector<uint32_t> calls() {
+        std::vector<uint32_t> ids;
+        for (const Bytes &request : fakeRequests(&daemon)) {
+            if (fakeWord(request, 0) == 0x00010001) {
+                ids.push_back(fakeWord(request, 24));
+            }
+        }
+        return ids;
+    }
+};
+
+TEST_F(ShellReplay, ARunningConfigurationGoesThrough) {
+    const ReplayResult result = replay("!!!DHCPv6 snooping\r\n"
+                                       "dhcpv6-snooping\r\n"
+                                       "undo dhcpv6-snooping port-down-action fast-remove\r\n"
+                                       "dhcpv6-snooping l2-relay\r\n"
+                                       "interface ethernet 0/4\r\n"
+                                       "dhcpv6-snooping trust\r\n"
+                                       "dhcpv6-snooping max-clients 5\r\n"
+                                       "quit\r\n"
+                                       "\r\n"
+                                       "# a remark\n"
+                                       "vlan 10\r\n"
+                                       "dhcpv6-snooping max-clients 100\r\n"
+                                       "quit\r\n");
+    EXPECT_EQ(err, "");
+    EXPECT_EQ(result.failed + result.skipped, 0u);
+    EXPECT_EQ(calls(), (std::vector<uint32_t>{0, 34, 35, 2, 6, 8}));
+    EXPECT_EQ(session.place.kind, PLACE_TOP);
+    EXPECT_FALSE(session.ended);
+}
+
+TEST_F(ShellReplay, AFailedLineIsNamedAndTheRestRuns) {
+    const ReplayResult result =
+        replay("dhcpv6-snooping\nnonsense here\nshow platform\nvlan 10 dhcpv6-snooping max-clients 3000");
+    EXPECT_EQ(result.failed, 2u);
+    EXPECT_EQ(result.skipped, 0u);
+    EXPECT_EQ(
+        err,
+        "snoopctl: startup.cfg, line 2, \"nonsense here\": \"nonsense\" is not known here: allowed are dhcpv6-snooping, "
+        "undo, interface, vlan, clear, show, debug, help and quit\n"
+        "snoopctl: startup.cfg, line 4, \"vlan 10 dhcpv6-snooping max-clients 3000\": \"3000\" is not a number of clients: "
+        "allowed are 0 to 2048\n"
+        "snoopctl: startup.cfg: lines that failed: 2, lines not run because of them: 0\n");
+    EXPECT_NE(out.find("Process                 4711\n"), std::string::npos);
+}
+
+TEST_F(ShellReplay, APlaceThatCannotBeEnteredTakesItsLinesAlong) {
+    const ReplayResult result = replay("interface ethernet 0/1\n"
+                                       "interface ethernet 0/99\n"
+                                       "dhcpv6-snooping trust\n"
+                                       "undo dhcpv6-snooping max-clients\n"
+                                       "quit\n"
+                                       "dhcpv6-snooping\n"
+                                       "vlan 5000\n"
+                                       "dhcpv6-snooping max-clients 1\n"
+                                       "vlan 10\n"
+                                       "dhcpv6-snooping max-clients 2\n"
+                                       "quit\n");
+    EXPECT_EQ(result.failed, 2u);
+    EXPECT_EQ(result.skipped, 4u);
+    EXPECT_EQ(calls(), (std::vector<uint32_t>{0, 8}));
+    EXPECT_EQ(session.place.kind, PLACE_TOP);
+}
+
+TEST_F(ShellReplay, NothingRunsBehindTheEndOfTheShell) {
+    const ReplayResult result = replay("quit\n\n! remark\ndhcpv6-snooping\nundo dhcpv6-snooping\n");
+    EXPECT_EQ(result.failed, 0u);
+    EXPECT_EQ(result.skipped, 2u);
+    EXPECT_EQ(err, "snoopctl: startup.cfg, line 4, \"dhcpv6-snooping\": not run, because the line before it left the shell\n"
+                   "snoopctl: startup.cfg: lines that failed: 0, lines not run because of them: 2\n");
+    EXPECT_TRUE(calls().empty());
+}
+
+TEST_F(ShellReplay, WithoutADaemonItStopsAtOnce) {
+    session.connection.socketPath = "/nonexistent/snoopd6.sock";
+    const ReplayResult result = replay("dhcpv6-snooping\ndhcpv6-snooping l2-relay\nshow platform\n");
+    EXPECT_EQ(result.failed, 1u);
+    EXPECT_EQ(result.skipped, 2u);
+}
+
+TEST_F(ShellReplay, ALineOfAnyLengthIsOneLine) {
+    const ReplayResult result = replay(std::string(100000, 'x') + "\ndhcpv6-snooping\n" + std::string("a\0b\n", 4));
+    EXPECT_EQ(result.failed, 2u);
+    EXPECT_NE(err.find("line 1, \"" + std::string(64, 'x') + "...\": the line is too long: "), std::string::npos) << err;
+    EXPECT_NE(err.find("line 3, \"a\\x00b\": \"a\\x00b\" is not known here"), std::string::npos) << err;
+    EXPECT_EQ(calls(), (std::vector<uint32_t>{0}));
+}
+
+} // namespace

@@ -1,0 +1,62 @@
+// Reports: how they look to people and to programs, and that both say the same.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "shell/report.h"
+
+namespace {
+
+Report sample() {
+    Report report;
+    reportFact(&report, "on", "Switched on", valueOnOff(true));
+    reportFact(&report, "name", "Name", valueText("br0"));
+    reportTable(&report, "rows", "Nothing here.", {{"id", "ID"}, {"word", "A WORD"}});
+    reportSubTable(&report, "parts", {{"left", "LEFT"}, {"seconds", "TIME"}});
+    reportRow(&report, {valueNumber(5), valueText("five")});
+    reportSubRow(&report, {valueNumber(1), valueDuration(90)});
+    reportSubRow(&report, {valueNumber(1000), valueDuration(3600)});
+    reportRow(&report, {valueNumber(12345), valueNothing()});
+    return report;
+}
+
+TEST(ShellReport, PeopleSeeAlignedColumns) {
+    EXPECT_EQ(reportText(sample()), "Switched on  on\n"
+                                    "Name         br0\n"
+                                    "\n"
+                                    "   ID  A WORD  LEFT  TIME\n"
+                                    "    5  five       1  1m30s\n"
+                                    "               1000  1h\n"
+                                    "12345  -          -  -\n");
+}
+
+TEST(ShellReport, ProgramsSeeValues) {
+    const nlohmann::json expected = nlohmann::json::parse(
+        R"({"on": true, "name": "br0", "rows": [
+            {"id": 5, "word": "five", "parts": [{"left": 1, "seconds": 90}, {"left": 1000, "seconds": 3600}]},
+            {"id": 12345, "word": null, "parts": []}]})");
+    EXPECT_EQ(nlohmann::json::parse(reportJson(sample())), expected);
+}
+
+TEST(ShellReport, AnEmptyTableSaysSoInWords) {
+    Report report;
+    reportTable(&report, "rows", "Nothing here.", {{"id", "ID"}});
+    EXPECT_EQ(reportText(report), "Nothing here.\n");
+    EXPECT_EQ(reportJson(report), "{\n  \"rows\": []\n}\n");
+}
+
+TEST(ShellReport, HostileTextStaysText) {
+    Report report;
+    reportFact(&report, "name", "Name", valueText("\x1b[31m\xff\""));
+    EXPECT_EQ(reportText(report), "Name  \\x1b[31m\\xff\"\n");
+    EXPECT_EQ(nlohmann::json::parse(reportJson(report))["name"], "\x1b[31m\xef\xbf\xbd\"");
+}
+
+TEST(ShellReport, PortsAreRunsForPeopleAndSingleForPrograms) {
+    Report report;
+    reportFact(&report, "ports", "Ports", valuePorts({1, 2, 4}));
+    reportFact(&report, "none", "No ports", valuePorts({}));
+    EXPECT_EQ(reportText(report), "Ports     0/1-0/2, 0/4\nNo ports  none\n");
+    EXPECT_EQ(nlohmann::json::parse(reportJson(report)), nlohmann::json::parse(R"({"ports":["0/1","0/2","0/4"],"none":[]})"));
+}
+
+} // namespace

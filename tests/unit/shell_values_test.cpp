@@ -1,0 +1,102 @@
+// Values as people write and read them.
+#include <gtest/gtest.h>
+
+#include "shell/values.h"
+
+namespace {
+
+using std::string_literals::operator""s;
+using std::string_view_literals::operator""sv;
+
+TEST(ShellValues, PortsAreZeroSlashOneToTwentyEight) {
+    uint32_t port = 99;
+    std::string error;
+    EXPECT_TRUE(valueReadPort("0/1", &port, &error));
+    EXPECT_EQ(port, 1u);
+    EXPECT_TRUE(valueReadPort("0/28", &port, &error));
+    EXPECT_EQ(port, 28u);
+    for (const std::string_view word : {"0/0"sv, "0/29"sv, "1/1"sv, "0/"sv, "3"sv, ""sv, "0/1x"sv, "0/-1"sv, "0/+1"sv, "0/ 1"sv,
+                                        "0/4294967297"sv, "0/1\0"sv}) {
+        EXPECT_FALSE(valueReadPort(word, &port, &error)) << word;
+        EXPECT_EQ(port, 28u);
+    }
+    EXPECT_FALSE(valueReadPort("0/29", &port, &error));
+    EXPECT_EQ(error, "\"0/29\" is not a port: allowed are 0/1 to 0/28");
+}
+
+TEST(ShellValues, VlansAndLimitsEndWhereTheDaemonEndsThem) {
+    uint32_t number = 7;
+    std::string error;
+    EXPECT_TRUE(valueReadVlan("1", &number, &error));
+    EXPECT_TRUE(valueReadVlan("4094", &number, &error));
+    EXPECT_EQ(number, 4094u);
+    EXPECT_FALSE(valueReadVlan("0", &number, &error));
+    EXPECT_FALSE(valueReadVlan("4095", &number, &error));
+    EXPECT_EQ(error, "\"4095\" is not a VLAN: allowed are 1 to 4094");
+    EXPECT_TRUE(valueReadLimit("0", &number, &error));
+    EXPECT_EQ(number, 0u);
+    EXPECT_TRUE(valueReadLimit("2048", &number, &error));
+    EXPECT_FALSE(valueReadLimit("2049", &number, &error));
+    EXPECT_EQ(error, "\"2049\" is not a number of clients: allowed are 0 to 2048");
+    EXPECT_EQ(number, 2048u);
+}
+
+TEST(ShellValues, MacAddresses) {
+    MacAddress mac = {};
+    std::string error;
+    EXPECT_TRUE(valueReadMac("02:00:5E:10:00:01", &mac, &error));
+    EXPECT_EQ(mac, (MacAddress{0x02, 0x00, 0x5e, 0x10, 0x00, 0x01}));
+    EXPECT_TRUE(valueReadMac("2-0-0-0-0-f", &mac, &error));
+    EXPECT_EQ(textMac(mac), "02:00:00:00:00:0f");
+    for (const std::string_view word : {""sv, ":"sv, ":::::"sv, "02:00:5e:10:00"sv, "02:00:5e:10:00:"sv, "02:00:5e:10:00:01:"sv,
+                                        "02:00:5e:10:00:01:02"sv, "02-00-5e:10-00-01"sv, "002:0:0:0:0:1"sv, "0x:0:0:0:0:1"sv,
+                                        "-2:0:0:0:0:1"sv, "0200.5e10.0001"sv, "02:00:5e:10:00:0g"sv}) {
+        EXPECT_FALSE(valueReadMac(word, &mac, &error)) << word;
+    }
+    EXPECT_FALSE(valueReadMac("0:0:0:0:0:0", &mac, &error));
+    EXPECT_EQ(error, "\"0:0:0:0:0:0\" belongs to no client: the all-zero MAC address is not allowed");
+    EXPECT_EQ(textMac(mac), "02:00:00:00:00:0f");
+}
+
+TEST(ShellValues, Ipv6Addresses) {
+    Ipv6Address address = {};
+    std::string error;
+    EXPECT_TRUE(valueReadIpv6("2001:db8::1", &address, &error));
+    EXPECT_EQ(textIpv6(address, 128), "2001:db8::1");
+    EXPECT_EQ(textIpv6(address, 56), "2001:db8::1/56");
+    EXPECT_EQ(textIpv6(address, 4294967295), "2001:db8::1/4294967295");
+    for (const std::string_view word : {"2001:db8::1/64"sv, "10.0.0.1"sv, ""sv, ":"sv, "2001:db8::1\0x"sv, "2001:db8::g"sv}) {
+        EXPECT_FALSE(valueReadIpv6(word, &address, &error)) << word;
+        EXPECT_EQ(textIpv6(address, 128), "2001:db8::1");
+    }
+}
+
+TEST(ShellValues, DurationsNameTheirTwoLargestUnits) {
+    EXPECT_EQ(textDuration(0), "0s");
+    EXPECT_EQ(textDuration(59), "59s");
+    EXPECT_EQ(textDuration(60), "1m");
+    EXPECT_EQ(textDuration(7199), "1h59m");
+    EXPECT_EQ(textDuration(7200), "2h");
+    EXPECT_EQ(textDuration(86399), "23h59m");
+    EXPECT_EQ(textDuration(86400 + 3599), "1d");
+    EXPECT_EQ(textDuration(365 * 86400), "1y");
+    EXPECT_EQ(textDuration(4294967295), "136y70d");
+}
+
+TEST(ShellValues, RunsOfPortsAreJoined) {
+    EXPECT_EQ(textPorts(std::vector<uint32_t>{}), "");
+    EXPECT_EQ(textPorts(std::vector<uint32_t>{3}), "0/3");
+    EXPECT_EQ(textPorts(std::vector<uint32_t>{1, 2, 3, 7, 27, 28}), "0/1-0/3, 0/7, 0/27-0/28");
+}
+
+TEST(ShellValues, NothingUnprintableReachesTheTerminal) {
+    EXPECT_EQ(textPrintable("a\x1b[2J\x7f\xff\n"s), "a\\x1b[2J\\x7f\\xff\\x0a");
+    EXPECT_EQ(textQuoted("a\0b"sv), "\"a\\x00b\"");
+    EXPECT_EQ(textQuoted(std::string(65, 'x')), '"' + std::string(64, 'x') + "...\"");
+    const char whole[4] = {'a', 'b', 'c', 'd'};
+    EXPECT_EQ(textField(whole), "abcd");
+    const char part[4] = {'a', '\0', 'c', 'd'};
+    EXPECT_EQ(textField(part), "a");
+}
+
+} // namespace
