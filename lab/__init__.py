@@ -1,0 +1,18 @@
+"""A private switch for tests and for the demonstration.
+
+Everything happens in namespaces that are made for one run: a network namespace holds a kernel bridge with four ports, and
+every port leads to a host in a namespace of its own, where real DHCPv6 servers and clients run, or frames are sent and
+captured as they are. Nothing of it is visible outside, and nothing can stay behind: all processes live in one process
+namespace that ends with the run, however it ends.
+
+sandbox    the namespaces of a run, and what the kernel must offer for them
+netns      doing something in a network namespace
+switch     the bridge, its ports and its hosts
+wire       frames as they are: send, capture, count
+flow       where did it go: what came out of which port, and nothing else
+frames     Ethernet, IPv6 with extension headers, UDP, DHCPv6: built and read in words
+daemon     snoopd6: start, ready, stop, crash; the command shell
+calls      the daemon's socket, spoken directly
+kea        a real server           clients    real clients
+demo       the demonstration that ./run shows
+"""

@@ -1,0 +1,217 @@
+"""The demonstration: what snoopd6 does for a switch, shown with real programs on a private switch of four ports. Every step
+checks what it shows; the exit status is 0 only if all of them held.
+
+    python3 -m lab.demo [--stay]
+"""
+
+import os
+import subprocess
+import sys
+import textwrap
+
+from . import flow, frames, netns, sandbox
+from .clients import Dhclient, Dhcpcd
+from .daemon import Daemon, program
+from .kea import Kea
+from .switch import Switch
+
+SECOND_STATION = "02:c0:ff:ee:00:02"
+PARENT = "SNOOPD6_LAB_PARENT"  # process id, seen from outside, of one that is in the run's namespaces
+
+
+class Stage:
+    """Everything that the steps use."""
+
+    def __init__(self):
+        self.switch = Switch(prefix="demo-")
+        self.daemon = Daemon(self.switch)
+        self.running = []
+        self.server = self.rogue = self.first = self.second = None
+
+    def keep(self, running):
+        self.running.append(running)
+        return running
+
+    def ctl(self, line):
+        """A line of the command shell, with what it answers."""
+        print(f"    snoopd6> {line}")
+        output = self.daemon.ctl(*line.split())
+        print(textwrap.indent(output, "    "), end="")
+        return output
+
+    def close(self):
+        for running in reversed(self.running):
+            running.close()
+        self.daemon.close()
+        self.switch.close()
+
+
+def say(text):
+    print(f"    {text}")
+
+
+def hold(condition, what):
+    """A step holds only if this is so."""
+    if not condition:
+        raise AssertionError(f"not so: {what}")
+    say(f"- {what}")
+
+
+def start(stage):
+    """Four ports: clients on 1 and 2, a rogue server on 3, the server on 4"""
+    stage.daemon.start()
+    for port in stage.switch.ports:
+        stage.switch.speak(port)
+    stage.server = stage.keep(Kea(stage.switch, 4))
+    stage.rogue = stage.keep(Kea(stage.switch, 3, prefix="2001:db8:bad::", delegated="2001:dba::", preference=255))
+    output = stage.ctl("show dhcpv6-snooping interfaces")
+    hold(output.count(" up ") == 4, "all four ports are up, none is trusted")
+
+
+def unprotected(stage):
+    """Snooping is off: the rogue server wins"""
+    client = stage.keep(Dhclient(stage.switch, 1))
+    address = client.address()
+    hold(address.startswith("2001:db8:bad::"), f"the client on port 1 took {address} from the rogue server")
+    client.freeze()
+    netns.run(stage.switch.host(1), "ip", "-6", "addr", "flush", "dev", "eth0", "scope", "global")
+    stage.rogue_heard = stage.rogue.received("SOLICIT")
+
+
+def protect(stage):
+    """Port 4 is trusted, snooping goes on"""
+    stage.ctl("interface ethernet 0/4 dhcpv6-snooping trust")
+    stage.ctl("dhcpv6-snooping")
+    output = stage.ctl("show dhcpv6-snooping")
+    hold("0/4" in output, "port 4 is trusted")
+
+
+def learn(stage):
+    """A client on port 1 gets an address and a prefix, and the switch knows them"""
+    stage.first = stage.keep(Dhclient(stage.switch, 1, ("-N", "-P")))
+    address, prefix = stage.first.address(), stage.first.prefix()
+    output = stage.ctl("show dhcpv6-snooping clients")
+    hold(address.startswith("2001:db8:1::"), f"dhclient got {address} and {prefix}")
+    mac = stage.switch.mac(1)
+    record = stage.daemon.clients().get(mac, {"leases": {}})
+    known = set(record["leases"]) == {f"{address}/128", prefix} and record["port"] == 1
+    hold(known, f"both are in the table, for {mac} on port 0/1")
+    hold(mac in output and address in output and prefix in output, "and so the shell says")
+
+
+def learn_another(stage):
+    """Another client, another program, on port 2"""
+    stage.second = stage.keep(Dhcpcd(stage.switch, 2))
+    address, prefix = stage.second.address(), stage.second.prefix()
+    output = stage.ctl("show dhcpv6-snooping clients")
+    hold(address in output and prefix in output, f"dhcpcd got {address} and {prefix}")
+    hold(len(stage.daemon.clients()) == 2, "two clients are in the table")
+
+
+def rogue(stage):
+    """The rogue server on port 3 is neither asked nor heard"""
+    asked = stage.rogue.received("SOLICIT") - stage.rogue_heard
+    hold(asked == 0, "no SOLICIT has reached it since snooping is on")
+    client, offer = stage.switch.mac(1), frames.ia_na(["2001:db8:bad::666"])
+    forged = [frames.from_server(kind, client, offer) for kind in (frames.ADVERTISE, frames.REPLY)]
+    out = flow.sent(stage.switch, 3, *forged)
+    came = sum(frame in forged for seen in out.values() for frame in seen)
+    hold(came == 0, "an ADVERTISE and a REPLY forged on port 3 came out of no port")
+    stage.ctl("show platform counters")
+
+
+def release(stage):
+    """A client that gives its lease back is forgotten"""
+    mac = stage.switch.mac(2)
+    stage.second.release()
+    stage.daemon.until(lambda: mac not in stage.daemon.clients(), "the client goes")
+    output = stage.ctl("show dhcpv6-snooping clients")
+    hold(mac not in output, f"{mac} on port 2 sent RELEASE and is gone")
+
+
+def link_down(stage):
+    """A link that goes down takes its clients with it"""
+    stage.switch.link(1, "down")
+    stage.daemon.until(lambda: stage.daemon.clients() == {}, "the client of the port goes")
+    output = stage.ctl("show dhcpv6-snooping clients")
+    hold(stage.switch.mac(1) not in output, "port 1 went down, its client is gone")
+    stage.first.close()
+    stage.switch.link(1, "up")
+
+
+def limit(stage):
+    """A limit refuses one client more"""
+    stage.ctl("interface ethernet 0/2 dhcpv6-snooping max-clients 1")
+    first = stage.keep(Dhcpcd(stage.switch, 2))
+    first.address()
+    first.freeze()
+    stage.switch.replace_host(2, SECOND_STATION)
+    solicits, delivered = stage.server.received("SOLICIT"), stage.daemon.counters(2)["delivered"]
+    second = stage.keep(Dhcpcd(stage.switch, 2))
+    stage.daemon.until(lambda: stage.daemon.counters(2)["delivered"] >= delivered + 2, "the second station asks twice")
+    output = stage.ctl("show dhcpv6-snooping interfaces")
+    hold("p2" in output and stage.daemon.counted(2) == 1, "port 2 has one client, and may have one")
+    hold(stage.server.received("SOLICIT") == solicits, f"{SECOND_STATION} asked twice; nothing of it has reached the server")
+    hold(stage.switch.addresses(2) == [], "it has no address")
+    stage.ctl("interface ethernet 0/2 dhcpv6-snooping max-clients 2")
+    address = second.address()
+    output = stage.ctl("show dhcpv6-snooping clients")
+    hold(SECOND_STATION in output and address in output, f"with a limit of 2 it gets {address}")
+
+
+STEPS = (start, unprotected, protect, learn, learn_another, rogue, release, link_down, limit)
+
+
+def play(stage):
+    """Runs the steps; the first one that does not hold ends it. Returns (headline, outcome) for each."""
+    outcome = []
+    for number, step in enumerate(STEPS, 1):
+        headline = step.__doc__
+        print(f"\n{number}. {headline}")
+        try:
+            step(stage)
+        except AssertionError as error:
+            print(f"    FAILED: {error}")
+            outcome.append((headline, "FAILED"))
+            break
+        outcome.append((headline, "held"))
+    return outcome + [(step.__doc__, "not tried") for step in STEPS[len(outcome) :]]
+
+
+def stay(stage):
+    """The command shell, with the switch as the steps left it."""
+    enter = f"nsenter -t {os.environ[PARENT]} -m -n"
+    if os.environ.get("SNOOPD6_LAB_USER"):
+        enter = f"nsenter -t {os.environ[PARENT]} -U --preserve-credentials -m -n"
+    print("\nThe switch stays up until you leave this shell (quit). From another terminal:")
+    for name in ("switch", *(f"host{port}" for port in stage.switch.ports)):
+        print(f"    {enter} ip netns exec {stage.switch.prefix}{name} bash")
+    print()
+    subprocess.run([program("snoopctl")], env=stage.daemon.environment(), check=False)
+
+
+def main(arguments):
+    if arguments not in ([], ["--stay"]):
+        print("usage: ./run [--stay]", file=sys.stderr)
+        return 2
+    if not sandbox.inside():
+        os.environ[PARENT] = str(os.getpid())
+        if os.geteuid() != 0:
+            os.environ["SNOOPD6_LAB_USER"] = "1"
+        return sandbox.run([sys.executable, "-m", "lab.demo", *arguments])
+    stage = Stage()
+    try:
+        outcome = play(stage)
+        if arguments == ["--stay"]:
+            stay(stage)
+    finally:
+        stage.close()
+    print()
+    for headline, result in outcome:
+        print(f"{headline:<80}{result}")
+    return 0 if all(result == "held" for _, result in outcome) else 1
+
+
+if __name__ == "__main__":
+    sys.stdout.reconfigure(line_buffering=True)
+    sys.exit(main(sys.argv[1:]))

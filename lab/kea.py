@@ -1,0 +1,73 @@
+"""A real DHCPv6 server, kea-dhcp6, on the host behind a port. Its configuration, leases and run folder are its own."""
+
+import json
+import os
+import pathlib
+import subprocess
+import time
+
+from . import netns
+
+FOLDERS = ("/etc/kea", "/var/lib", "/var/log", "/run")
+TIMEOUT = 20.0
+
+
+def configuration(prefix, delegated, valid, preferred, renew, rebind, preference):
+    """`prefix` is a /64 for addresses, `delegated` a /40 out of which /56 prefixes are delegated; both end with "::"."""
+    data = [{"name": "preference", "data": str(preference), "always-send": True}] if preference else []
+    return {
+        "Dhcp6": {
+            "interfaces-config": {"interfaces": ["eth0"]},
+            "lease-database": {"type": "memfile", "persist": True, "lfc-interval": 0, "name": "/var/lib/kea/kea-leases6.csv"},
+            "server-id": {"type": "LLT", "persist": False},
+            "valid-lifetime": valid, "min-valid-lifetime": valid, "max-valid-lifetime": valid,
+            "preferred-lifetime": preferred, "min-preferred-lifetime": preferred, "max-preferred-lifetime": preferred,
+            "renew-timer": renew, "rebind-timer": rebind,
+            "option-data": data,
+            "subnet6": [{
+                "subnet": f"{prefix}/64", "id": 1, "interface": "eth0",
+                "pools": [{"pool": f"{prefix}1000 - {prefix}1fff"}],
+                "pd-pools": [{"prefix": delegated, "prefix-len": 40, "delegated-len": 56}],
+            }],
+            "loggers": [{"name": "kea-dhcp6", "severity": "DEBUG", "debuglevel": 55, "output_options": [{"output": "stdout"}]}],
+        }
+    }  # fmt: skip
+
+
+class Kea:
+    """The server behind a port; `speak` must have given the host its IPv6 stack."""
+
+    def __init__(self, switch, port, prefix="2001:db8:1::", delegated="2001:db8:100::", valid=7200, preferred=3600, renew=1800,
+                 rebind=2880, preference=0):  # fmt: skip
+        self.log = pathlib.Path("/run") / f"{switch.prefix}kea{port}.log"
+        text = json.dumps(configuration(prefix, delegated, valid, preferred, renew, rebind, preference))
+        script = (
+            'mkdir -p /var/lib/kea /var/log/kea /run/kea /run/lock/kea && printf %s "$1" >/etc/kea/kea-dhcp6.conf && '
+            "kea-dhcp6 -t /etc/kea/kea-dhcp6.conf && exec kea-dhcp6 -c /etc/kea/kea-dhcp6.conf"
+        )
+        arguments = netns.command(switch.host(port), ["sh", "-c", script, "kea", text], FOLDERS)
+        with open(self.log, "wb") as log:
+            self.process = subprocess.Popen(
+                arguments, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT,
+                env=dict(os.environ, KEA_LOCKFILE_DIR="/run/lock/kea"),
+            )  # fmt: skip
+        self.wait("DHCP6_STARTED")
+
+    def text(self):
+        return self.log.read_text(errors="replace")
+
+    def wait(self, words, count=1, timeout=TIMEOUT):
+        """Waits until the log has the words this often."""
+        end = time.monotonic() + timeout
+        while self.text().count(words) < count:
+            if self.process.poll() is not None or time.monotonic() > end:
+                raise AssertionError(f"kea-dhcp6 did not say {words!r} {count} times; its log ends:\n{self.text()[-4000:]}")
+            time.sleep(0.01)
+
+    def received(self, kind):
+        """How many messages of a kind ("SOLICIT") have reached the server."""
+        return sum("DHCP6_PACKET_RECEIVED" in line and f": {kind} " in line for line in self.text().splitlines())
+
+    def close(self):
+        self.process.terminate()
+        self.process.wait(TIMEOUT)
