@@ -67,20 +67,27 @@ void octetSet(CcdVariable *variable, const void *bytes, uint32_t length) {
 
 // ---- Texts of a port -----------------------------------------------------------------------------------------------
 
-static char *portText(uint32_t port, const char *before, char *buf, uint32_t size) {
-    const bool exists = port >= 1 && port <= LINUX_PORTS_MAX && linuxSwitch.ports[port - 1].exists == 1;
-    buf[0] = '\0';
-    if (exists) {
-        snprintf(buf, size, "%s0/%u", before, port);
+static_assert(LINUX_PORTS_MAX < 100); // two digits
+
+// By hand: one of these is made for every recorded message.
+static char *portText(uint32_t port, const char *before, char *buf) {
+    char *at = buf;
+    if (port >= 1 && port <= LINUX_PORTS_MAX && linuxSwitch.ports[port - 1].exists == 1) {
+        at = stpcpy(stpcpy(at, before), "0/");
+        if (port >= 10) {
+            *at++ = static_cast<char>('0' + port / 10);
+        }
+        *at++ = static_cast<char>('0' + port % 10);
     }
+    *at = '\0';
     return buf;
 }
 
-char *transPort2EtherPort(uint32_t port, char *buf) { return portText(port, "", buf, PORT_TEXT_MAX); }
+char *transPort2EtherPort(uint32_t port, char *buf) { return portText(port, "", buf); }
 
-char *transPort2InterfaceDesc(uint32_t port, char *buf) { return portText(port, "interface ethernet ", buf, PORT_DESC_MAX); }
+char *transPort2InterfaceDesc(uint32_t port, char *buf) { return portText(port, "interface ethernet ", buf); }
 
-char *transPort2String(uint32_t port, char *buf) { return portText(port, "", buf, PORT_TEXT_MAX); }
+char *transPort2String(uint32_t port, char *buf) { return portText(port, "", buf); }
 
 // ---- MAC and IPv4 addresses ----------------------------------------------------------------------------------------
 

@@ -8,8 +8,8 @@ struct event_base;
 // The loop. Created on first use, single-threaded.
 event_base *linuxLoopBase();
 
-// Registers what has to be undone when the daemon is asked to stop (SIGTERM or SIGINT) or ends by linuxFatal. The functions
-// are called once, the last registered first. At most 16.
+// Registers what has to be undone when the daemon ends: asked to stop (SIGTERM or SIGINT), by linuxFatal, or because start-up
+// failed and main returned. The functions are called once, the last registered first. At most 16.
 void linuxAtStop(void (*undo)());
 
 // Says one sentence on standard error, undoes what linuxAtStop registered and ends the process with status 1.

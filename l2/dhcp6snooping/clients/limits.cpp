@@ -50,16 +50,6 @@ void dhcp6snooping_limits_init() {
 
 // ---- packet path -----------------------------------------------------------------------------------------------------
 
-bool dhcp6snooping_port_trusted(uint32_t port0) { return port0 < DHCP6SNOOPING_PORTS && dhcp6SnoopingTrustPort[port0] == 1; }
-
-bool dhcp6snooping_port_full(uint32_t port0) {
-    return port0 >= DHCP6SNOOPING_PORTS || dhcp6SnoopingPortIpNum[port0] >= dhcp6SnoopingPortMaxIP[port0];
-}
-
-bool dhcp6snooping_vlan_full(uint32_t vlan) {
-    return vlan >= DHCP6SNOOPING_VLANS || dhcp6SnoopingDhcpVlanIpNum[vlan] >= dhcp6SnoopingDhcpVlanMaxIP[vlan];
-}
-
 void dhcp6snooping_count_client(uint32_t port0, uint32_t vlan) {
     if (vlan < DHCP6SNOOPING_VLANS)
         add_one(&dhcp6SnoopingDhcpVlanIpNum[vlan]);

@@ -40,9 +40,15 @@ static_assert(sizeof(Dhcp6SnoopingPortInfo) == 12);
 void dhcp6snooping_limits_init();
 
 // For the packet path; port0 is a port index from 0.
-[[nodiscard]] bool dhcp6snooping_port_trusted(uint32_t port0);
-[[nodiscard]] bool dhcp6snooping_port_full(uint32_t port0);
-[[nodiscard]] bool dhcp6snooping_vlan_full(uint32_t vlan);
+[[nodiscard]] inline bool dhcp6snooping_port_trusted(uint32_t port0) {
+    return port0 < DHCP6SNOOPING_PORTS && dhcp6SnoopingTrustPort[port0] == 1;
+}
+[[nodiscard]] inline bool dhcp6snooping_port_full(uint32_t port0) {
+    return port0 >= DHCP6SNOOPING_PORTS || dhcp6SnoopingPortIpNum[port0] >= dhcp6SnoopingPortMaxIP[port0];
+}
+[[nodiscard]] inline bool dhcp6snooping_vlan_full(uint32_t vlan) {
+    return vlan >= DHCP6SNOOPING_VLANS || dhcp6SnoopingDhcpVlanIpNum[vlan] >= dhcp6SnoopingDhcpVlanMaxIP[vlan];
+}
 void dhcp6snooping_count_client(uint32_t port0, uint32_t vlan);
 void dhcp6snooping_uncount_client(uint32_t port0, uint32_t vlan); // each count stops at 0 by itself
 

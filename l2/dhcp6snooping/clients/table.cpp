@@ -1,5 +1,6 @@
 #include "l2/dhcp6snooping/clients/table.h"
 
+#include <bit>
 #include <cstring>
 
 #include "l2/dhcp6snooping/clients/limits.h"
@@ -14,10 +15,15 @@ namespace {
 
 // A MAC as one number in the order of its bytes: one compare instead of six on the way down the tree.
 uint64_t mac_number(const uint8_t *mac) {
-    uint64_t number = 0;
-    for (uint32_t octet = 0; octet < MAC_SIZE; ++octet)
-        number = (number << 8) | mac[octet];
-    return number;
+    uint32_t high;
+    uint16_t low;
+    memcpy(&high, mac, sizeof high);
+    memcpy(&low, mac + sizeof high, sizeof low);
+    if constexpr (std::endian::native == std::endian::little) {
+        high = __builtin_bswap32(high);
+        low = __builtin_bswap16(low);
+    }
+    return (uint64_t{high} << 16) | low;
 }
 
 } // namespace

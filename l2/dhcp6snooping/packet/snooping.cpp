@@ -84,11 +84,13 @@ bool within_limits(const SnoopedMessage &message, const uint8_t *mac) {
 
 void record_client(const SnoopedMessage &message, const uint8_t *mac) {
     const uint32_t port = message.port + 1;
-    const Dhcp6SnoopingNode *known = dhcp6snooping_get_avlnode(mac);
-    if (known != nullptr && (known->vlan != message.vlan || known->port != port))
+    Dhcp6SnoopingNode *client = dhcp6snooping_get_avlnode(mac);
+    if (client != nullptr && (client->vlan != message.vlan || client->port != port)) {
         dhcp6snooping_delete_avlnode(mac);
-
-    Dhcp6SnoopingNode *client = dhcp6snooping_add_avlnode(mac);
+        client = nullptr;
+    }
+    if (client == nullptr)
+        client = dhcp6snooping_add_avlnode(mac);
     if (client == nullptr)
         return;
     client->vlan = message.vlan;
