@@ -90,9 +90,9 @@ char *transPort2String(uint32_t port, char *buf);        // buf: PORT_TEXT_MAX b
 int32_t miscMacIndex2OctetString(const uint32_t arcs[6], uint8_t mac[6]);
 int32_t miscOctetString2MacIndex(const uint8_t mac[6], uint32_t arcs[6]);
 
-// Reads a list like "1,3-5" (a trailing "," is accepted, an empty text is the empty list) into `out`: at most `max` numbers, each from low to high, in the
-// order written, each once, the rest of `out` set to 0. 0 on success. Non-zero when the text is not such a list, a number is
-// out of range, or there are more than max; out is all 0 then.
+// Reads a list like "1,3-5" into `out`: at most `max` numbers, each from low to high, in the order written, each once, the rest
+// of `out` set to 0. A trailing "," is accepted, and an empty text is the empty list. 0 on success. Non-zero when the text is
+// not such a list, a number is out of range, or there are more than max; out is all 0 then.
 int32_t Str2ShortArray(const char *text, uint16_t *out, uint32_t max, uint32_t low, uint32_t high);
 
 // Writes VLANs as list texts: `vids` is [count, first, ..., last, 0], ascending. Every text has at most `chunk` characters
