@@ -81,7 +81,9 @@ def clients(link):
         leases = {}
         for index in range(count):
             address, length = struct.unpack_from("<16sI", outs[4], index * 20)
-            leases[f"{ip_text(address)}/{length}"] = struct.unpack_from("<I", outs[5], index * 4)[0]
+            lease = f"{ip_text(address)}/{length}"
+            assert lease not in leases, f"{lease} is there twice"
+            leases[lease] = struct.unpack_from("<I", outs[5], index * 4)[0]
         found[mac_text(mac)] = {"vlan": vlan, "port": port, "leases": leases}
 
 

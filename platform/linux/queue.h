@@ -6,7 +6,8 @@
 // credentials are looked at because a mode is changed by mistake.
 //
 // Bounds, and why nobody can do harm through them:
-// - LINUX_CALLERS_MAX connections. One more closes the one that was silent longest, so that idle callers cannot lock others out.
+// - LINUX_CALLERS_MAX connections. One more closes the one that was silent longest, so that idle callers cannot lock others
+//   out.
 // - One message per connection. While it waits, nothing more is read from that connection: what else its caller sends stays
 //   in the kernel, at the caller's expense, and every caller gets its turn.
 // - A message that is not exactly as long as its header says, or of another version, ends its connection.
@@ -35,7 +36,8 @@ bool linuxQueueReady();
 // The message taken last is done with, answered or not: reads from its connection again.
 void linuxQueueResume();
 
-// Copies the message that waits longest. Returns its bytes, 0 when none waits. A message longer than `size` ends its connection.
+// Copies the message that waits longest. Returns its bytes, 0 when none waits. A message longer than `size` ends its
+// connection.
 uint32_t linuxQueueTake(uint8_t *buf, uint32_t size, VosMsgReplyCtx *ctx);
 
 // Sends a reply: a header made from ctx and result, then the payload. 0 when it was handed over.

@@ -1,5 +1,6 @@
 #include "tests/contract/linux_caller.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -37,9 +38,9 @@ Bytes message(uint16_t type, uint32_t requestId, const Bytes &payload) {
                                  .payloadLength = static_cast<uint16_t>(payload.size()),
                                  .result = 0,
                                  .reserved = 0};
-    Bytes bytes(HEADER);
+    Bytes bytes(HEADER + payload.size());
     memcpy(bytes.data(), &header, HEADER);
-    bytes.insert(bytes.end(), payload.begin(), payload.end());
+    std::copy(payload.begin(), payload.end(), bytes.begin() + HEADER);
     return bytes;
 }
 

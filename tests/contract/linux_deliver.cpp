@@ -98,12 +98,12 @@ static void tellState(uint32_t ifindex, const char *name, uint8_t state, const s
     nlattr *proto = mnl_attr_nest_start(message.header, IFLA_PROTINFO);
     mnl_attr_put_u8(message.header, IFLA_BRPORT_STATE, state);
     mnl_attr_nest_end(message.header, proto);
-    nlattr *spec = mnl_attr_nest_start(message.header, IFLA_AF_SPEC);
+    nlattr *nest = mnl_attr_nest_start(message.header, IFLA_AF_SPEC);
     for (const Vlan &vlan : vlans) {
         bridge_vlan_info entry = {.flags = vlan.flags, .vid = vlan.vid};
         mnl_attr_put(message.header, IFLA_BRIDGE_VLAN_INFO, sizeof entry, &entry);
     }
-    mnl_attr_nest_end(message.header, spec);
+    mnl_attr_nest_end(message.header, nest);
     linuxLinksApply(message.header, nullptr);
 }
 
@@ -454,10 +454,10 @@ TEST_F(LinuxDeliver, ABondHasTheNumberOfItsName) {
 TEST_F(LinuxDeliver, ReadsNoMessageBehindItsEnd) {
     Message message{};
     start(&message, RTM_NEWLINK, AF_BRIDGE, P1, "p1");
-    nlattr *spec = mnl_attr_nest_start(message.header, IFLA_AF_SPEC);
+    nlattr *nest = mnl_attr_nest_start(message.header, IFLA_AF_SPEC);
     bridge_vlan_info entry = {.flags = 0, .vid = 0xFFFF};
     mnl_attr_put(message.header, IFLA_BRIDGE_VLAN_INFO, sizeof entry, &entry);
-    mnl_attr_nest_end(message.header, spec);
+    mnl_attr_nest_end(message.header, nest);
     uint32_t whole = message.header->nlmsg_len;
     for (uint32_t length = NLMSG_HDRLEN; length <= whole; length++) {
         std::unique_ptr<uint8_t[]> exact(new uint8_t[length]);

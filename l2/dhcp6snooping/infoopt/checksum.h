@@ -1,6 +1,7 @@
 #pragma once
-// The Internet checksum of UDP over IPv6, in three steps: pseudo header, data, fold; and the three together. Pure. Words are added as they lie in
-// memory; a one's-complement sum does not care about byte order as long as all terms agree, so the result is stored as it is.
+// The Internet checksum of UDP over IPv6, in three steps: pseudo header, data, fold; and the three together. Pure. Words are
+// added as they lie in memory; a one's-complement sum does not care about byte order as long as all terms agree, so the
+// result is stored as it is.
 
 #include <cstdint>
 
