@@ -11,7 +11,10 @@
 #include "l2/dhcp6snooping/clients/bulk.h"
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/queries.h"
+#include "l2/dhcp6snooping/clients/vlanlist.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "l2/dhcp6snooping/sourceguard/bindings.h"
+#include "l2/dhcp6snooping/sourceguard/exemption.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 
 // Frames of one input. Enough to fill the table and go on; more would only be slow.
@@ -74,6 +77,7 @@ static void setSwitches(uint8_t bits) {
         dhcp6snooping_stop();
     leanSwitch.sendFails = bits & 8u;
     leanSwitch.clockStep = (bits & 16) != 0 ? 4 : 0;
+    leanSwitch.filterFails = bits & 32u;
 }
 
 static void deleteClients(FuzzInput *input) {
@@ -126,10 +130,57 @@ static void queryClients(FuzzInput *input) {
 }
 
 static void resetVlan(uint16_t vlan) {
-    uint8_t list[DHCP6SNOOPING_VLAN_LIST_SIZE]{};
+    uint8_t list[VLAN_LIST_SIZE]{};
     list[vlan / 8 % sizeof list] = static_cast<uint8_t>(0x80u >> (vlan % 8));
     dhcp6snooping_vlan_reset(list);
     scriptNoteVlanReset();
+}
+
+// No two bindings have the same address or the same non-zero MAC, and all are counted.
+static void checkBindings() {
+    const Ip6SourceGuardBindNode *head = pIp6SourceGuardBindListHead;
+    uint32_t count = 0;
+    for (const Ip6SourceGuardBindNode *one = head->next; one != head; one = one->next, count++) {
+        fuzzCheck(one->next->previous == one && one->previous->next == one, "bindings are linked both ways");
+        for (const Ip6SourceGuardBindNode *other = one->next; other != head; other = other->next) {
+            fuzzCheck(std::memcmp(&one->address, &other->address, sizeof one->address) != 0, "an address is bound once");
+            fuzzCheck(std::memcmp(one->mac, other->mac, sizeof one->mac) != 0 || dhcp6snooping_mac_is_zero(one->mac),
+                      "a MAC is bound once");
+        }
+    }
+    fuzzCheck(count == ip6_source_guard_bind_entry_num_get(), "bindings are counted");
+}
+
+static void changeBindings(FuzzInput *input, uint32_t port, uint8_t what) {
+    const uint8_t number = fuzzU8(input);
+    Ip6Address address;
+    scriptAddress(number, address.bytes);
+    uint8_t mac[6]{};
+    if ((what & 2) != 0)
+        scriptClientMac(number, mac);
+    if ((what & 1) != 0)
+        ip6_source_guard_bind_node_delete(address);
+    else
+        ip6_source_guard_bind_node_add(address, mac, (what & 4) != 0 ? port : 0, (what & 8) != 0 ? fuzzU16(input) : 0);
+}
+
+static void exemptVlan(uint16_t vlan, int32_t operation) {
+    uint8_t list[VLAN_LIST_SIZE]{};
+    uint8_t failed[VLAN_LIST_SIZE]{};
+    list[vlan / 8 % sizeof list] = static_cast<uint8_t>(0x80u >> (vlan % 8));
+    ip6_source_guard_vlanlist_config(operation, list, failed);
+}
+
+// Bit 0 of `what` turns the port on or off; the rest says what else happens.
+static void changeGuard(FuzzInput *input, uint32_t port, uint8_t what) {
+    set_ip6_source_guard_port_mode(port, (what & 1) != 0 ? IP6_SOURCE_GUARD_ON : IP6_SOURCE_GUARD_OFF);
+    switch (what / 2 % 4) {
+    case 1: changeBindings(input, port, what / 8); break;
+    case 2: exemptVlan(fuzzU16(input), what / 8 % 2); break;
+    case 3: ip6_source_guard_bind_node_delete_all(); break;
+    default: break;
+    }
+    checkBindings();
 }
 
 static void changePlatform(FuzzInput *input) {
@@ -217,8 +268,8 @@ bool scriptStep(FuzzInput *input) {
     }
     case SCRIPT_DELETE: deleteClients(input); break;
     case SCRIPT_GUARD: {
-        const uint8_t port = fuzzU8(input);
-        Ip6SourceGuardPort[port % DHCP6SNOOPING_PORTS] = (fuzzU8(input) & 1u) == 0 ? 1 : 0;
+        const uint32_t port = fuzzU8(input) % DHCP6SNOOPING_PORTS + 1;
+        changeGuard(input, port, fuzzU8(input));
         break;
     }
     case SCRIPT_QUERY: queryClients(input); break;
@@ -235,4 +286,10 @@ void scriptEnd() {
     dhcp6snooping_start();
     dhcp6snooping_stop();
     invariantsCheckEmpty();
+    leanSwitch.filterFails = 0;
+    uint8_t every[VLAN_LIST_SIZE];
+    std::memset(every, 0xFF, sizeof every);
+    fuzzCheck(ip6_source_guard_vlanlist_config(IP6_EXEMPTION_REMOVE, every, nullptr) == 0, "exemptions can be taken back");
+    ip6_source_guard_bind_node_delete_all();
+    checkBindings();
 }

@@ -144,6 +144,25 @@ def frame_seeds():
     )
     yield "relay-switch-off", leases(REPLY, 1, where(4), [(1, 9)], RELAYED) + message(RELAY_FORW, 1, where(1), bytes(30))
     yield "guarded-port", b(GUARD, 0, 1) + learned(1, [(1, 6)]) + b(TIME, 60) + b(AGE)
+    # The second byte of GUARD: 1 on, 2 a binding follows (8 deletes it, 16 with MAC, 32 on the port, 64 in a VLAN), 4 an
+    # exemption follows (8 takes it back), 6 all bindings go.
+    yield "guard-bindings", (
+        b(GUARD, 0, 1) + learned(1, [(1, 6), (6, 6)])
+        + b"".join(b(GUARD, 0, 1 | 2 | how, client) + (b(0, 1) if how & 64 else b"")
+                   for client, how in ((1, 0), (1, 16), (2, 16 | 32), (3, 32 | 64), (1, 8), (2, 8), (9, 8)))
+        + b(GUARD, 0, 1 | 6) + b(GUARD, 0, 0)
+    )  # fmt: skip
+    yield "guard-shadows-a-mac", (
+        learned(1, [(1, 6)]) + learned(2, [(2, 6)], 2) + b(GUARD, 0, 1) + b(GUARD, 1, 1 | 2 | 16, 1) + b(TIME, 60) + b(AGE)
+        + b(GUARD, 1, 2 | 8, 1) + b(GUARD, 0, 0)
+    )
+    yield "guard-filters-fail", (
+        learned(1, [(1, 6)]) + b(SWITCHES, ON | 32) + b(GUARD, 0, 1) + b(SWITCHES, ON) + b(GUARD, 0, 1) + b(SWITCHES, ON | 32)
+        + b(GUARD, 0, 1 | 2, 7) + b(GUARD, 0, 1 | 4, 0, 10) + b(GUARD, 0, 0)
+    )
+    yield "guard-exempt-vlans", (
+        b(GUARD, 0, 1 | 4, 0, 1) + b(GUARD, 0, 1 | 4, 0, 0) + b(GUARD, 0, 1 | 4, 15, 255) + b(GUARD, 0, 1 | 4 | 8, 0, 1)
+    )
     yield "broadcast", message(SOLICIT, 1, where(1), how=BROADCAST) + leases(REPLY, 1, where(4), [(1, 9)], BROADCAST)
     yield "unicast-to-server", b"".join(message(REQUEST, 1, where(1), how=UNICAST | host << 5) for host in range(8))
     yield "server-behind-trunk", (

@@ -16,11 +16,20 @@ NONE = (1 << 32) - 1
  DELETE_BY_PORT, DELETE_BY_IP, DELETE_BY_MAC, DELETE_BY_VLAN, DELETE_ALL, FAST_REMOVE, L2_RELAY,
  VLAN_RESET) = 0, 1, 2, 3, 6, 7, 8, 9, 10, 11, 12, 25, 26, 27, 28, 29, 34, 35, 36  # fmt: skip
 
+(GUARD, GUARD_GET, BIND_COUNT, BIND, BIND_CHECK, UNBIND, UNBIND_ALL, BIND_GET, BIND_BY_IP, EXEMPT,
+ EXEMPT_GET) = 4, 5, 13, 14, 15, 16, 17, 18, 19, 23, 24  # fmt: skip
+GUARD_ON, GUARD_OFF = 0, 1
+EXEMPT_ADD, EXEMPT_REMOVE = 0, 1
+
 SWITCH_STATUS = struct.Struct("<16s16sIIIIII6s2x")
 PORT_STATUS = struct.Struct("<II16sIIIIII")
 COUNTERS = struct.Struct("<II11Q")
 COUNTER_NAMES = ("received", "delivered", "sent", "sendFailed", "notDhcpv6", "dropMalformed", "dropFragment", "dropVlan",
                  "dropState", "dropOversize", "kernelDropped")  # fmt: skip
+
+GUARD_STATUS = struct.Struct("<IIIIQQ")
+FILTER_STATUS = struct.Struct("<IIII6s2x16s")
+BINDING = struct.Struct("<16x16s6s2xII")
 
 
 def u32(value):
@@ -120,3 +129,17 @@ def ports(link):
 
 def counters(link):
     return {row[0]: dict(zip(COUNTER_NAMES, row[2:])) for row in table(link, 4, COUNTERS)}
+
+
+def guard(link):
+    """What the source guard wants and did on each port."""
+    names = ("guarded", "installed", "blocked", "local")
+    return {row[0]: dict(zip(names, (*row[1:3], *row[4:]))) for row in table(link, 5, GUARD_STATUS)}
+
+
+def filters(link):
+    """The forward filters that the daemon wants: (kind, port, VLAN, MAC text, address text) -> 1 when the kernel has it."""
+    return {
+        (kind, port, vlan, mac_text(mac), ip_text(address)): installed
+        for kind, port, vlan, installed, mac, address in table(link, 6, FILTER_STATUS)
+    }

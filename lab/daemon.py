@@ -9,11 +9,12 @@ import signal
 import subprocess
 import time
 
-from . import calls, netns
+from . import calls, frames, netns
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 TIMEOUT = 30.0  # seconds until the daemon must be ready or gone; development builds on a busy machine are slow
 SANITIZER_EXIT = 99
+ANY_MAC = "00:00:00:00:00:00"
 
 
 def build_folder():
@@ -165,6 +166,27 @@ class Daemon:
             self.call(calls.PORT_MODE, port, 1)
         self.call(calls.START)
         return self
+
+    def guard(self, *ports, mode=calls.GUARD_ON):
+        for port in ports:
+            self.call(calls.GUARD, port, mode)
+        return self
+
+    def bind(self, address, mac=ANY_MAC, port=0, vlan=0):
+        """A configured binding; zeros stand for any."""
+        self.call(calls.BIND, frames.ip_bytes(address), frames.mac_bytes(mac), port, vlan)
+
+    def unbind(self, address):
+        self.call(calls.UNBIND, frames.ip_bytes(address))
+
+    def exempt(self, *vlans, operation=calls.EXEMPT_ADD):
+        assert self.call(calls.EXEMPT, operation, calls.vlan_list(*vlans), bytes(512))[2] == bytes(512)
+
+    def guarded(self, port):
+        return calls.guard(self.link)[port]
+
+    def filters(self):
+        return calls.filters(self.link)
 
     def clients(self):
         return calls.clients(self.link)

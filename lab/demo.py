@@ -16,6 +16,9 @@ from .kea import Kea
 from .switch import Switch
 
 SECOND_STATION = "02:c0:ff:ee:00:02"
+LAN = "2001:db8:1::/64"  # what the server gives addresses of
+SERVER = "2001:db8:1::5"
+UNBOUND = "2001:db8:1::bad"  # nobody's
 PARENT = "SNOOPD6_LAB_PARENT"  # process id, seen from outside, of one that is in the run's namespaces
 
 
@@ -26,7 +29,7 @@ class Stage:
         self.switch = Switch(prefix="demo-")
         self.daemon = Daemon(self.switch)
         self.running = []
-        self.server = self.rogue = self.first = self.second = None
+        self.server = self.rogue = self.first = self.second = self.leased = None
 
     def keep(self, running):
         self.running.append(running)
@@ -90,6 +93,7 @@ def learn(stage):
     """A client on port 1 gets an address and a prefix, and the switch knows them"""
     stage.first = stage.keep(Dhclient(stage.switch, 1, ("-N", "-P")))
     address, prefix = stage.first.address(), stage.first.prefix()
+    stage.leased = address
     output = stage.ctl("show dhcpv6-snooping clients")
     hold(address.startswith("2001:db8:1::"), f"dhclient got {address} and {prefix}")
     mac = stage.switch.mac(1)
@@ -120,6 +124,83 @@ def rogue(stage):
     stage.ctl("show platform counters")
 
 
+def own(stage, port, address, have=True):
+    """The host behind a port has the address, or has it no longer."""
+    words = ("ip", "-6", "addr", "add" if have else "del", f"{address}/128", "dev", "eth0")
+    print(f"    host{port}> {' '.join(words)}")
+    netns.run(stage.switch.host(port), *words)
+
+
+def pings(stage, port, source, wait):
+    """What becomes of two echo requests from the host behind a port to the server's: (how many were answered within so many
+    seconds, how many had arrived)."""
+    arrived = echoes(stage)
+    words = ("ping", "-6", "-n", "-c", "2", "-i", "0.1", "-W", wait, "-I", source, SERVER)
+    print(f"    host{port}> {' '.join(words)}")
+    said = netns.run(stage.switch.host(port), *words, check=False)
+    print(textwrap.indent(next(line for line in said.splitlines() if "received" in line), "    "))
+    return said.count(" bytes from "), echoes(stage) - arrived
+
+
+def passes(stage, port, source):
+    return pings(stage, port, source, "5") == (2, 2)
+
+
+def stops(stage, port, source):
+    return pings(stage, port, source, "0.5") == (0, 0)
+
+
+def echoes(stage):
+    """Echo requests that have reached the server's host."""
+    counters = netns.run(stage.switch.host(4), "cat", "/proc/net/snmp6")
+    return next(int(line.split()[1]) for line in counters.splitlines() if line.startswith("Icmp6InEchos "))
+
+
+def guard(stage):
+    """Ports 1 and 2 are guarded: leased addresses pass, others do not"""
+    own(stage, 4, SERVER)
+    for port in (1, 2, 4):
+        netns.run(stage.switch.host(port), "ip", "-6", "route", "replace", LAN, "dev", "eth0")
+    address = stage.leased
+    own(stage, 1, UNBOUND)
+    hold(passes(stage, 1, UNBOUND), "without a guard, any address passes")
+    for port in (1, 2):
+        stage.ctl(f"interface ethernet 0/{port} ipv6-source-guard")
+    hold(passes(stage, 1, address), f"{address}, which host 1 has leased, passes")
+    hold(passes(stage, 2, stage.second.address()), "so does what host 2 has leased")
+    hold(stops(stage, 1, UNBOUND), "a second address of host 1 does not")
+    own(stage, 2, address)
+    hold(stops(stage, 2, address), "host 2, posing with host 1's address, does not")
+    own(stage, 2, address, have=False)
+    # The server took the impostor at its word: neighbour discovery says who has an address, the guard only what it may send.
+    netns.run(stage.switch.host(4), "ip", "-6", "neigh", "flush", "dev", "eth0")
+    stage.ctl("show ipv6-source-guard bindings")
+    stage.ctl("show ipv6-source-guard interfaces")
+    blocked = [stage.daemon.guarded(port)["blocked"] for port in (1, 2)]
+    hold(blocked == [2, 2], "two packets were blocked on port 1, and two on port 2")
+
+
+def bind(stage):
+    """A configured binding opens, its removal closes"""
+    stage.ctl(f"ipv6-source-guard bind ip {UNBOUND}")
+    hold(passes(stage, 1, UNBOUND), "the second address of host 1 passes")
+    output = stage.ctl("show ipv6-source-guard bindings")
+    rows = {line.split()[0]: line.split()[-2:] for line in output.splitlines()}
+    hold(rows.get(UNBOUND) == ["configured", "yes"], "it is configured, and the kernel has it")
+    hold(rows.get(stage.leased) == ["learned", "yes"], "beside the leased one, which was learned")
+    stage.ctl(f"undo ipv6-source-guard bind ip {UNBOUND}")
+    hold(stops(stage, 1, UNBOUND), "it passes no more")
+
+
+def exempt(stage):
+    """An exempt VLAN passes whole"""
+    stage.ctl("undo ipv6-source-guard vlan 1")
+    stage.ctl("show ipv6-source-guard")
+    hold(passes(stage, 1, UNBOUND), "the hosts' frames have no tag and belong to VLAN 1: any address passes")
+    stage.ctl("ipv6-source-guard vlan 1")
+    hold(stops(stage, 1, UNBOUND), "only bound ones again")
+
+
 def release(stage):
     """A client that gives its lease back is forgotten"""
     mac = stage.switch.mac(2)
@@ -127,6 +208,7 @@ def release(stage):
     stage.daemon.until(lambda: mac not in stage.daemon.clients(), "the client goes")
     output = stage.ctl("show dhcpv6-snooping clients")
     hold(mac not in output, f"{mac} on port 2 sent RELEASE and is gone")
+    hold(mac not in stage.ctl("show platform filters"), "so is its filter")
 
 
 def link_down(stage):
@@ -159,7 +241,7 @@ def limit(stage):
     hold(SECOND_STATION in output and address in output, f"with a limit of 2 it gets {address}")
 
 
-STEPS = (start, unprotected, protect, learn, learn_another, rogue, release, link_down, limit)
+STEPS = (start, unprotected, protect, learn, learn_another, rogue, guard, bind, exempt, release, link_down, limit)
 
 
 def play(stage):

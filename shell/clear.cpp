@@ -3,11 +3,8 @@
 
 namespace {
 
-// Taking clients out also takes their filters out of the switch; the daemon gives that up to 30 seconds before it answers.
-constexpr uint32_t CLEAR_TIMEOUT_MS = 40000;
-
 Outcome clearClients(Session *session, uint32_t id, std::initializer_list<CallArgument> arguments, const std::string &which) {
-    const CallEnd end = callRun(&session->connection, id, arguments, &session->error, CLEAR_TIMEOUT_MS);
+    const CallEnd end = callRun(&session->connection, id, arguments, &session->error, CALL_FILTERS_TIMEOUT_MS);
     return actionEnd(session, end, "the daemon refused to clear " + which);
 }
 

@@ -4,6 +4,9 @@
 
 namespace {
 
+// Far above the size of the client table; only a peer that makes clients up gets here.
+constexpr size_t CLIENTS_MAX = 65536;
+
 MacAddress macBefore(MacAddress mac) {
     for (size_t i = mac.size(); i-- > 0;) {
         if (mac[i]-- != 0) {
@@ -33,6 +36,20 @@ CallEnd clientNext(Connection *connection, MacAddress mac, ClientRecord *client,
         return CallEnd::unavailable;
     }
     return end;
+}
+
+CallEnd clientAll(Connection *connection, std::vector<ClientRecord> *clients, std::string *error) {
+    ClientRecord client = {};
+    CallEnd end = CallEnd::done;
+    while ((end = clientNext(connection, client.mac, &client, error)) == CallEnd::done) {
+        if (clients->size() == CLIENTS_MAX) {
+            *error = "the daemon's answer is damaged: it lists more than " + std::to_string(CLIENTS_MAX) + " clients";
+            connectionClose(connection);
+            return CallEnd::unavailable;
+        }
+        clients->push_back(client);
+    }
+    return end == CallEnd::refused ? CallEnd::done : end;
 }
 
 CallEnd clientFind(Connection *connection, MacAddress mac, ClientRecord *client, std::string *error) {

@@ -3,6 +3,7 @@
 // wait for their server's REPLY are never listed.
 
 #include <array>
+#include <vector>
 
 #include "l2/dhcp6snooping/clients/queries.h"
 #include "shell/remotecall.h"
@@ -20,6 +21,9 @@ struct ClientRecord {
 // The first client behind `mac` (all-zero: the first of all). CallEnd::refused when there is none. The MAC is taken by value,
 // so that a walk may hand in the one it is about to overwrite.
 [[nodiscard]] CallEnd clientNext(Connection *connection, MacAddress mac, ClientRecord *client, std::string *error);
+
+// All clients.
+[[nodiscard]] CallEnd clientAll(Connection *connection, std::vector<ClientRecord> *clients, std::string *error);
 
 // The client with this MAC, which is not all-zero. CallEnd::refused when there is none.
 [[nodiscard]] CallEnd clientFind(Connection *connection, MacAddress mac, ClientRecord *client, std::string *error);

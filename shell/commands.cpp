@@ -22,6 +22,20 @@ constexpr std::array COMMANDS = {
     Command{PLACE_INTERFACE, 0, "dhcpv6-snooping max-clients <limit>", "the most clients that this port may have",
             actionPortLimit},
     Command{PLACE_INTERFACE, 0, "undo dhcpv6-snooping max-clients", "back to the default of 2048 clients", actionPortLimit},
+    Command{PLACE_INTERFACE, 0, "ipv6-source-guard", "let only bound IPv6 sources in through this port", actionGuard},
+    Command{PLACE_INTERFACE, 0, "undo ipv6-source-guard", "let every IPv6 source in through this port (default)", actionGuard},
+    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <ipv6>", "an address that may pass everywhere", actionBind},
+    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <ipv6> mac <mac>", "an address that may pass with this MAC address",
+            actionBind},
+    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <ipv6> mac <mac> interface ethernet <port>",
+            "an address that may pass with this MAC address on this port", actionBind},
+    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <ipv6> mac <mac> interface ethernet <port> vlan <vlan>",
+            "an address that may pass with this MAC address on this port in this VLAN", actionBind},
+    Command{PLACE_TOP, 0, "undo ipv6-source-guard bind ip <ipv6>", "the address may no longer pass", actionUnbind},
+    Command{PLACE_TOP, 0, "undo ipv6-source-guard bind all", "no configured address may pass any longer", actionUnbindAll},
+    Command{PLACE_TOP, 0, "undo ipv6-source-guard vlan <vlans>", "let these VLANs through whole, whatever the source",
+            actionExempt},
+    Command{PLACE_TOP, 0, "ipv6-source-guard vlan <vlans>", "guard these VLANs (default)", actionExempt},
     Command{PLACE_ANY, PLACE_VLAN, "vlan <vlan>", "configure a VLAN", actionEnterVlan},
     Command{PLACE_VLAN, 0, "dhcpv6-snooping max-clients <limit>", "the most clients that this VLAN may have", actionVlanLimit},
     Command{PLACE_VLAN, 0, "undo dhcpv6-snooping max-clients", "back to the default of 2048 clients", actionVlanLimit},
@@ -37,11 +51,19 @@ constexpr std::array COMMANDS = {
     Command{PLACE_ANY, 0, "show dhcpv6-snooping client <mac>", "one client", actionShowClient},
     Command{PLACE_ANY, 0, "show dhcpv6-snooping interfaces", "trust, limit and clients of every port", actionShowInterfaces},
     Command{PLACE_ANY, 0, "show dhcpv6-snooping vlans", "limit and clients of every VLAN", actionShowVlans},
+    Command{PLACE_ANY, 0, "show ipv6-source-guard", "guarded ports, bindings and exempt VLANs", actionShowGuard},
+    Command{PLACE_ANY, 0, "show ipv6-source-guard interfaces", "guard and blocked packets of every port",
+            actionShowGuardInterfaces},
+    Command{PLACE_ANY, 0, "show ipv6-source-guard bindings",
+            "configured and learned addresses, and whether the kernel has them", actionShowBindings},
+    Command{PLACE_ANY, 0, "show ipv6-source-guard vlans", "the VLANs that are let through whole", actionShowGuardVlans},
     Command{PLACE_ANY, 0, "show platform", "the daemon and the bridge that it runs", actionShowPlatform},
     Command{PLACE_ANY, 0, "show platform ports", "interface, link and state of every port", actionShowPlatformPorts},
     Command{PLACE_ANY, 0, "show platform vlans", "which ports are in which VLAN", actionShowPlatformVlans},
     Command{PLACE_ANY, 0, "show platform macs", "which MAC address was seen behind which port", actionShowPlatformMacs},
     Command{PLACE_ANY, 0, "show platform counters", "frames taken, sent and dropped on every port", actionShowPlatformCounters},
+    Command{PLACE_ANY, 0, "show platform filters", "the sources that shall pass, and whether the kernel has them",
+            actionShowPlatformFilters},
     Command{PLACE_ANY, 0, "debug dhcpv6-snooping", "log a line for every message and every client", actionDebug},
     Command{PLACE_ANY, 0, "undo debug dhcpv6-snooping", "stop those lines", actionDebug},
     Command{PLACE_ANY, 0, "help", "list the commands that may stand here", actionHelp},
@@ -57,6 +79,12 @@ struct WordHelp {
 constexpr std::array WORD_HELP = {
     WordHelp{"undo", "take a setting back"},
     WordHelp{"dhcpv6-snooping", "DHCPv6 snooping"},
+    WordHelp{"ipv6-source-guard", "IPv6 source guard"},
+    WordHelp{"bind", "source addresses that may pass"},
+    WordHelp{"ip", "the address"},
+    WordHelp{"mac", "its MAC address"},
+    WordHelp{"interface", "its port"},
+    WordHelp{"ethernet", "an Ethernet port"},
     WordHelp{"clear", "forget what was learned"},
     WordHelp{"clients", "the clients that were learned"},
     WordHelp{"show", "look at something"},
@@ -70,6 +98,10 @@ bool readPort(std::string_view word, Arguments *arguments, std::string *error) {
 
 bool readVlan(std::string_view word, Arguments *arguments, std::string *error) {
     return valueReadVlan(word, &arguments->vlan, error);
+}
+
+bool readVlans(std::string_view word, Arguments *arguments, std::string *error) {
+    return valueReadVlans(word, &arguments->vlans, error);
 }
 
 bool readLimit(std::string_view word, Arguments *arguments, std::string *error) {
@@ -93,6 +125,7 @@ bool readWord(std::string_view word, Arguments *arguments, std::string *) {
 constexpr std::array PLACEHOLDERS = {
     Placeholder{"<port>", "0/N", "a port, 0/1 to 0/28", readPort},
     Placeholder{"<vlan>", "1-4094", "a VLAN", readVlan},
+    Placeholder{"<vlans>", "1,3-5", "one or more VLANs", readVlans},
     Placeholder{"<limit>", "0-2048", "a number of clients", readLimit},
     Placeholder{"<mac>", "MAC", "a MAC address, like 02:00:5e:10:00:01", readMac},
     Placeholder{"<ipv6>", "IPV6", "an IPv6 address, like 2001:db8::1", readIpv6},

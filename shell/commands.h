@@ -20,6 +20,7 @@ struct Arguments {
     uint32_t port = 0;
     uint32_t vlan = 0;
     uint32_t limit = 0;
+    VlanList vlans = {};
     MacAddress mac = {};
     Ipv6Address address = {};
     std::string words; // separated by single spaces

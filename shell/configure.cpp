@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
 #include "shell/actions.h"
@@ -15,26 +13,6 @@ CallEnd setNumber(Session *session, uint32_t id, uint32_t number) {
 std::string limitRefusal(uint32_t limit, const std::string &place) {
     return "the daemon refused " + std::to_string(limit) + " as the most clients of " + place + ": allowed are 0 to " +
            std::to_string(DHCP6SNOOPING_LIMIT_MAX);
-}
-
-// Ends a setting of a port. The daemon keeps settings of ports that the switch does not have; whoever mistyped a number should
-// know.
-Outcome portEnd(Session *session, CallEnd end, std::string refusal) {
-    std::vector<LinuxPortStatus> ports;
-    std::string ignored;
-    if (end != CallEnd::done || statusPorts(&session->connection, &ports, &ignored) != CallEnd::done) {
-        return actionEnd(session, end, std::move(refusal));
-    }
-    std::vector<uint32_t> numbers;
-    numbers.reserve(ports.size());
-    for (const LinuxPortStatus &port : ports) {
-        numbers.push_back(port.number);
-    }
-    if (std::find(numbers.begin(), numbers.end(), session->place.number) == numbers.end()) {
-        session->output += "The setting is kept, but this switch has no port " + textPort(session->place.number) +
-                           ": its ports are " + reportValueText(valuePorts(numbers)) + ".\n";
-    }
-    return Outcome::done;
 }
 
 } // namespace
@@ -61,10 +39,10 @@ Outcome actionTrust(Session *session, const Arguments &arguments) {
     int32_t mode = arguments.undo ? 0 : 1;
     const CallEnd end = callRun(&session->connection, DH6S_FUNC_PORT_MODE_SET,
                                 {callArgument(&port, sizeof port), callArgument(&mode, sizeof mode)}, &session->error);
-    return portEnd(session, end,
-                   "the daemon refused " + textPort(port) + " as " + (arguments.undo ? "an untrusted" : "a trusted") +
-                       " port: allowed are 0/1 to " + textPort(DHCP6SNOOPING_PORTS) +
-                       ", and only a port without IPv6 source guard can be trusted");
+    return actionPortEnd(session, end, port,
+                         "the daemon refused " + textPort(port) + " as " + (arguments.undo ? "an untrusted" : "a trusted") +
+                             " port: allowed are 0/1 to " + textPort(DHCP6SNOOPING_PORTS) +
+                             ", and only a port without IPv6 source guard can be trusted");
 }
 
 Outcome actionPortLimit(Session *session, const Arguments &arguments) {
@@ -72,15 +50,15 @@ Outcome actionPortLimit(Session *session, const Arguments &arguments) {
     uint32_t limit = arguments.undo ? DHCP6SNOOPING_LIMIT_MAX : arguments.limit;
     const CallEnd end = callRun(&session->connection, DH6S_FUNC_PORT_MAX_CLIENTS_SET,
                                 {callArgument(&port, sizeof port), callArgument(&limit, sizeof limit)}, &session->error);
-    return portEnd(session, end, limitRefusal(limit, "port " + textPort(port)));
+    return actionPortEnd(session, end, port, limitRefusal(limit, "port " + textPort(port)));
 }
 
 // Undo sets the default limit rather than resetting the VLAN: a reset would also forget how many clients it has.
 Outcome actionVlanLimit(Session *session, const Arguments &arguments) {
     const uint32_t vlan = session->place.number;
     uint32_t limit = arguments.undo ? DHCP6SNOOPING_LIMIT_MAX : arguments.limit;
-    std::array<uint8_t, DHCP6SNOOPING_VLAN_LIST_SIZE> vlans = {};
-    vlans[vlan / 8] = static_cast<uint8_t>(0x80u >> (vlan % 8));
+    VlanList vlans = {};
+    vlan_list_add(vlans.data(), vlan);
     const CallEnd end =
         callRun(&session->connection, DH6S_FUNC_VLANLIST_MAX_CLIENTS_SET,
                 {callArgument(&limit, sizeof limit), callArgument(vlans.data(), vlans.size())}, &session->error);

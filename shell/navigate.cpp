@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "shell/actions.h"
+#include "shell/status.h"
 
 namespace {
 
@@ -57,6 +58,19 @@ Outcome actionEnd(Session *session, CallEnd end, std::string refusal) {
     case CallEnd::unavailable: break;
     }
     return Outcome::unreachable;
+}
+
+Outcome actionPortEnd(Session *session, CallEnd end, uint32_t port, std::string refusal) {
+    std::vector<uint32_t> numbers;
+    std::string ignored;
+    if (end != CallEnd::done || statusPortNumbers(&session->connection, &numbers, &ignored) != CallEnd::done) {
+        return actionEnd(session, end, std::move(refusal));
+    }
+    if (std::find(numbers.begin(), numbers.end(), port) == numbers.end()) {
+        session->output += "The setting is kept, but this switch has no port " + textPort(port) + ": its ports are " +
+                           reportValueText(valuePorts(numbers)) + ".\n";
+    }
+    return Outcome::done;
 }
 
 Outcome actionShow(Session *session, const Report &report) {

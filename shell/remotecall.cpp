@@ -68,8 +68,8 @@ bool callDecode(std::span<const uint8_t> payload, uint32_t id, std::span<const C
     return true;
 }
 
-CallEnd callRun(Connection *connection, uint32_t id, std::initializer_list<CallArgument> arguments, std::string *error,
-                uint32_t timeoutMs) {
+CallEnd callAsk(Connection *connection, uint32_t id, std::initializer_list<CallArgument> arguments, int32_t *result,
+                std::string *error, uint32_t timeoutMs) {
     const std::span<const CallArgument> list(arguments.begin(), arguments.size());
     Reply reply;
     if (!connectionExchange(connection, VOS_MSG_TYPE_REMOTE_CALL, callEncode(id, list), timeoutMs, &reply, error)) {
@@ -80,13 +80,18 @@ CallEnd callRun(Connection *connection, uint32_t id, std::initializer_list<CallA
                  " in this form: install snoopd6 and snoopctl from the same release";
         return CallEnd::unavailable;
     }
-    if (reply.result != 0) {
-        return CallEnd::refused;
-    }
     if (!callDecode(reply.payload, id, list)) {
         *error = "the daemon's answer is damaged: it does not repeat remote call " + std::to_string(id);
         connectionClose(connection);
         return CallEnd::unavailable;
     }
+    *result = reply.result;
     return CallEnd::done;
+}
+
+CallEnd callRun(Connection *connection, uint32_t id, std::initializer_list<CallArgument> arguments, std::string *error,
+                uint32_t timeoutMs) {
+    int32_t result = 0;
+    const CallEnd end = callAsk(connection, id, arguments, &result, error, timeoutMs);
+    return end == CallEnd::done && result != 0 ? CallEnd::refused : end;
 }

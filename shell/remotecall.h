@@ -12,6 +12,9 @@
 
 #include "shell/connection.h"
 
+// For calls that may move many filters of the switch: the daemon gives that up to 30 seconds before it answers.
+inline constexpr uint32_t CALL_FILTERS_TIMEOUT_MS = 40000;
+
 // One argument: the caller's own bytes, sent and then overwritten by the answer.
 using CallArgument = std::span<uint8_t>;
 
@@ -29,5 +32,11 @@ std::vector<uint8_t> callEncode(uint32_t id, std::span<const CallArgument> argum
 
 [[nodiscard]] bool callDecode(std::span<const uint8_t> payload, uint32_t id, std::span<const CallArgument> arguments);
 
+// Makes the call. *result is what the daemon answered, and the arguments hold its answer whatever that was. Ends `done` or
+// `unavailable`.
+[[nodiscard]] CallEnd callAsk(Connection *connection, uint32_t id, std::initializer_list<CallArgument> arguments,
+                              int32_t *result, std::string *error, uint32_t timeoutMs = CONNECTION_TIMEOUT_MS);
+
+// The same for calls that answer 0 for yes; anything else is `refused`.
 [[nodiscard]] CallEnd callRun(Connection *connection, uint32_t id, std::initializer_list<CallArgument> arguments,
                               std::string *error, uint32_t timeoutMs = CONNECTION_TIMEOUT_MS);

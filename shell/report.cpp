@@ -98,16 +98,18 @@ void appendTable(std::string *out, const Table &table) {
 
 nlohmann::ordered_json jsonValue(const Value &value) {
     switch (value.kind) {
-    case ValueKind::nothing: return nullptr;
+    case ValueKind::nothing:
+    case ValueKind::any: return nullptr;
     case ValueKind::text: return value.text;
     case ValueKind::onOff:
     case ValueKind::yesNo: return value.number != 0;
     case ValueKind::number:
     case ValueKind::duration: return value.number;
+    case ValueKind::vlans: return value.list;
     case ValueKind::ports: break;
     }
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const uint32_t port : value.ports) {
+    for (const uint32_t port : value.list) {
         list.push_back(textPort(port));
     }
     return list;
@@ -139,12 +141,14 @@ nlohmann::ordered_json jsonTable(const Table &table) {
 } // namespace
 
 Value valueNothing() { return {}; }
+Value valueAny() { return {.kind = ValueKind::any}; }
 Value valueText(std::string_view text) { return {.kind = ValueKind::text, .text = std::string(text)}; }
 Value valueNumber(uint64_t number) { return {.kind = ValueKind::number, .number = number}; }
 Value valueOnOff(bool on) { return {.kind = ValueKind::onOff, .number = on ? 1u : 0u}; }
 Value valueYesNo(bool yes) { return {.kind = ValueKind::yesNo, .number = yes ? 1u : 0u}; }
 Value valueDuration(uint64_t seconds) { return {.kind = ValueKind::duration, .number = seconds}; }
-Value valuePorts(std::vector<uint32_t> ports) { return {.kind = ValueKind::ports, .ports = std::move(ports)}; }
+Value valuePorts(std::vector<uint32_t> ports) { return {.kind = ValueKind::ports, .list = std::move(ports)}; }
+Value valueVlans(std::vector<uint32_t> vlans) { return {.kind = ValueKind::vlans, .list = std::move(vlans)}; }
 
 void reportFact(Report *report, const char *key, const char *label, Value value) {
     report->facts.push_back({key, label, std::move(value)});
@@ -172,12 +176,14 @@ void reportSubRow(Report *report, std::vector<Value> cells) {
 std::string reportValueText(const Value &value) {
     switch (value.kind) {
     case ValueKind::nothing: return "-";
+    case ValueKind::any: return "any";
     case ValueKind::text: return textPrintable(value.text);
     case ValueKind::number: return std::to_string(value.number);
     case ValueKind::onOff: return value.number != 0 ? "on" : "off";
     case ValueKind::yesNo: return value.number != 0 ? "yes" : "no";
     case ValueKind::duration: return textDuration(value.number);
-    case ValueKind::ports: return value.ports.empty() ? "none" : textPorts(value.ports);
+    case ValueKind::ports: return value.list.empty() ? "none" : textPorts(value.list);
+    case ValueKind::vlans: return value.list.empty() ? "none" : textVlans(value.list);
     }
     return "";
 }

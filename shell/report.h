@@ -16,28 +16,32 @@
 
 enum class ValueKind : uint32_t {
     nothing, // "-"; null
+    any,     // "any"; null
     text,
     number,
     onOff,    // "on" or "off"; true or false
     yesNo,    // "yes" or "no"; true or false
     duration, // "1h59m"; seconds
     ports,    // "0/1-0/3, 0/7", or "none"; list of the single ports
+    vlans,    // "1,3-5", or "none"; list of the single VLANs
 };
 
 struct Value {
     ValueKind kind = ValueKind::nothing;
-    uint64_t number = 0;              // number, duration; 0 or 1 for onOff and yesNo
-    std::string text = {};            // text
-    std::vector<uint32_t> ports = {}; // ports, ascending
+    uint64_t number = 0;             // number, duration; 0 or 1 for onOff and yesNo
+    std::string text = {};           // text
+    std::vector<uint32_t> list = {}; // ports, vlans; ascending
 };
 
 Value valueNothing();
+Value valueAny();
 Value valueText(std::string_view text);
 Value valueNumber(uint64_t number);
 Value valueOnOff(bool on);
 Value valueYesNo(bool yes);
 Value valueDuration(uint64_t seconds);
 Value valuePorts(std::vector<uint32_t> ports);
+Value valueVlans(std::vector<uint32_t> vlans);
 
 struct Fact {
     const char *key;

@@ -3,9 +3,6 @@
 
 namespace {
 
-// Far above the size of the client table; only a peer that makes clients up gets here.
-constexpr size_t CLIENTS_MAX = 65536;
-
 constexpr std::initializer_list<Column> LEASE_COLUMNS = {
     {"kind", "KIND"}, {"address", "ADDRESS OR PREFIX"}, {"remaining_seconds", "REMAINING"}};
 
@@ -18,28 +15,22 @@ std::vector<Value> leaseCells(const ClientRecord &client, size_t index) {
 } // namespace
 
 Outcome actionShowClients(Session *session, const Arguments &) {
+    std::vector<ClientRecord> clients;
+    const CallEnd end = clientAll(&session->connection, &clients, &session->error);
+    if (end != CallEnd::done) {
+        return actionEnd(session, end, "");
+    }
     Report report;
     reportTable(&report, "clients", "No client has been learned.",
                 {{"mac", "MAC ADDRESS"}, {"vlan", "VLAN"}, {"port", "PORT"}});
     reportSubTable(&report, "leases", LEASE_COLUMNS);
-    ClientRecord client = {};
-    for (;;) {
-        const CallEnd end = clientNext(&session->connection, client.mac, &client, &session->error);
-        if (end == CallEnd::refused) {
-            return actionShow(session, report);
-        }
-        if (end != CallEnd::done) {
-            return actionEnd(session, end, "");
-        }
-        if (report.table.rows.size() == CLIENTS_MAX) {
-            session->error = "the daemon's answer is damaged: it lists more than " + std::to_string(CLIENTS_MAX) + " clients";
-            return Outcome::unreachable;
-        }
+    for (const ClientRecord &client : clients) {
         reportRow(&report, {valueText(textMac(client.mac)), valueNumber(client.vlan), valueText(textPort(client.port))});
         for (size_t i = 0; i < client.leaseCount; i++) {
             reportSubRow(&report, leaseCells(client, i));
         }
     }
+    return actionShow(session, report);
 }
 
 Outcome actionShowClient(Session *session, const Arguments &arguments) {

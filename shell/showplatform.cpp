@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "l2/dhcp6snooping/sourceguard/filters.h"
 #include "shell/actions.h"
 #include "shell/status.h"
 
@@ -27,6 +28,16 @@ MacAddress macOf(std::span<const uint8_t, 6> bytes) {
     MacAddress mac = {};
     std::copy(bytes.begin(), bytes.end(), mac.begin());
     return mac;
+}
+
+std::string filterKindText(uint32_t kind) {
+    switch (kind) {
+    case IP6_FILTER_ADDRESS: return "address";
+    case IP6_FILTER_MAC_ADDRESS: return "mac";
+    case IP6_FILTER_PORT: return "port";
+    case IP6_FILTER_PORT_VLAN: return "vlan";
+    default: return std::to_string(kind);
+    }
 }
 
 } // namespace
@@ -132,6 +143,31 @@ Outcome actionShowPlatformCounters(Session *session, const Arguments &) {
                             valueNumber(port.sent), valueNumber(port.sendFailed), valueNumber(port.notDhcpv6),
                             valueNumber(port.dropMalformed), valueNumber(port.dropFragment), valueNumber(port.dropVlan),
                             valueNumber(port.dropState), valueNumber(port.dropOversize), valueNumber(port.kernelDropped)});
+    }
+    return actionShow(session, report);
+}
+
+Outcome actionShowPlatformFilters(Session *session, const Arguments &) {
+    std::vector<LinuxFilterStatus> filters;
+    const CallEnd end = statusFilters(&session->connection, &filters, &session->error);
+    if (end != CallEnd::done) {
+        return actionEnd(session, end, "the daemon refused to tell its filters");
+    }
+    Report report;
+    reportTable(&report, "filters", "No source has a filter.",
+                {{"kind", "KIND"},
+                 {"port", "PORT"},
+                 {"vlan", "VLAN"},
+                 {"mac", "MAC ADDRESS"},
+                 {"address", "ADDRESS"},
+                 {"installed", "INSTALLED"}});
+    for (const LinuxFilterStatus &filter : filters) {
+        const MacAddress mac = macOf(filter.mac);
+        reportRow(&report,
+                  {valueText(filterKindText(filter.kind)), filter.port != 0 ? valueText(textPort(filter.port)) : valueAny(),
+                   filter.vlan != 0 ? valueNumber(filter.vlan) : valueAny(),
+                   mac != MacAddress{} ? valueText(textMac(mac)) : valueAny(), valueText(textIpv6(filter.address, 128)),
+                   valueYesNo(filter.installed != 0)});
     }
     return actionShow(session, report);
 }

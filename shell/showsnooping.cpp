@@ -7,9 +7,6 @@
 
 namespace {
 
-constexpr uint32_t VLAN_FIRST = 1;
-constexpr uint32_t VLAN_LAST = 4094;
-
 // A port of the switch with what snooping knows of it.
 struct PortLine {
     LinuxPortStatus platform;

@@ -103,6 +103,32 @@ CallEnd statusCounters(Connection *connection, std::vector<LinuxPortCounters> *c
     return end;
 }
 
+CallEnd statusGuard(Connection *connection, std::vector<LinuxGuardPortStatus> *ports, std::string *error) {
+    std::vector<uint8_t> bytes;
+    const CallEnd end = readTable(connection, LINUX_STATUS_GUARD, sizeof(LinuxGuardPortStatus), &bytes, error);
+    ports->resize(bytes.size() / sizeof(LinuxGuardPortStatus));
+    copyRecords(ports->data(), bytes);
+    return end;
+}
+
+CallEnd statusFilters(Connection *connection, std::vector<LinuxFilterStatus> *filters, std::string *error) {
+    std::vector<uint8_t> bytes;
+    const CallEnd end = readTable(connection, LINUX_STATUS_FILTERS, sizeof(LinuxFilterStatus), &bytes, error);
+    filters->resize(bytes.size() / sizeof(LinuxFilterStatus));
+    copyRecords(filters->data(), bytes);
+    return end;
+}
+
+CallEnd statusPortNumbers(Connection *connection, std::vector<uint32_t> *numbers, std::string *error) {
+    std::vector<LinuxPortStatus> ports;
+    const CallEnd end = statusPorts(connection, &ports, error);
+    numbers->clear();
+    for (const LinuxPortStatus &port : ports) {
+        numbers->push_back(port.number);
+    }
+    return end;
+}
+
 CallEnd statusDebug(Connection *connection, uint32_t set, uint32_t *inForce, std::string *error) {
     LinuxDebugMsg message = {.module = STATUS_MODULE_SNOOPING, .set = set};
     Reply reply;

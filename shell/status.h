@@ -1,6 +1,6 @@
 #pragma once
 // The Linux platform's own tables and switches, as the shell reads them: the switch, its ports, VLANs, learned MAC addresses,
-// counters, and the debug switch.
+// counters, the source guard's ports and filters, and the debug switch.
 //
 // Tables come in pages. A daemon of a later release may append members to a record: longer records are read as far as this
 // shell knows them, shorter ones are refused. Pages must go forward and hold something, and a table ends at
@@ -27,6 +27,11 @@ inline constexpr uint32_t STATUS_MODULE_SNOOPING = 53;
 [[nodiscard]] CallEnd statusVlans(Connection *connection, std::vector<LinuxVlanStatus> *vlans, std::string *error);
 [[nodiscard]] CallEnd statusMacs(Connection *connection, std::vector<LinuxMacStatus> *macs, std::string *error);
 [[nodiscard]] CallEnd statusCounters(Connection *connection, std::vector<LinuxPortCounters> *counters, std::string *error);
+[[nodiscard]] CallEnd statusGuard(Connection *connection, std::vector<LinuxGuardPortStatus> *ports, std::string *error);
+[[nodiscard]] CallEnd statusFilters(Connection *connection, std::vector<LinuxFilterStatus> *filters, std::string *error);
+
+// The numbers of the switch's ports, ascending.
+[[nodiscard]] CallEnd statusPortNumbers(Connection *connection, std::vector<uint32_t> *numbers, std::string *error);
 
 // Sets the debug lines of the snooping module (0 off, 1 on, 2 only ask) and stores what is in force.
 [[nodiscard]] CallEnd statusDebug(Connection *connection, uint32_t set, uint32_t *inForce, std::string *error);

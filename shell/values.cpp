@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr uint32_t VLAN_MIN = 1;
-constexpr uint32_t VLAN_MAX = 4094;
 constexpr size_t QUOTED_MAX = 64; // characters of a word that an error repeats
 
 bool readDecimal(std::string_view word, uint32_t *number) {
@@ -41,6 +39,34 @@ bool readHexGroup(std::string_view group, uint8_t *byte) {
     return true;
 }
 
+// "3" or "3-5"
+bool readVlanRange(std::string_view item, VlanList *vlans) {
+    const size_t dash = item.find('-');
+    uint32_t first = 0;
+    uint32_t last = 0;
+    if (!readRange(item.substr(0, dash), VLAN_FIRST, VLAN_LAST, &first) ||
+        !readRange(dash == std::string_view::npos ? item : item.substr(dash + 1), first, VLAN_LAST, &last)) {
+        return false;
+    }
+    for (uint32_t vlan = first; vlan <= last; vlan++) {
+        vlan_list_add(vlans->data(), vlan);
+    }
+    return true;
+}
+
+// Joins neighbours: each run of `numbers`, which ascend, becomes one item.
+std::string textRuns(std::span<const uint32_t> numbers, const char *separator, std::string (*text)(uint32_t)) {
+    std::string out;
+    for (size_t i = 0; i < numbers.size(); i++) {
+        const uint32_t first = numbers[i];
+        while (i + 1 < numbers.size() && numbers[i + 1] == numbers[i] + 1) {
+            i++;
+        }
+        out += (out.empty() ? "" : separator) + text(first) + (numbers[i] > first ? "-" + text(numbers[i]) : "");
+    }
+    return out;
+}
+
 } // namespace
 
 bool valueReadPort(std::string_view word, uint32_t *port, std::string *error) {
@@ -52,11 +78,28 @@ bool valueReadPort(std::string_view word, uint32_t *port, std::string *error) {
 }
 
 bool valueReadVlan(std::string_view word, uint32_t *vlan, std::string *error) {
-    if (readRange(word, VLAN_MIN, VLAN_MAX, vlan)) {
+    if (readRange(word, VLAN_FIRST, VLAN_LAST, vlan)) {
         return true;
     }
     *error = textQuoted(word) + " is not a VLAN: allowed are 1 to 4094";
     return false;
+}
+
+bool valueReadVlans(std::string_view word, VlanList *vlans, std::string *error) {
+    VlanList read = {};
+    std::string_view rest = word;
+    bool good = true;
+    do {
+        const size_t end = std::min(rest.find(','), rest.size());
+        good = readVlanRange(rest.substr(0, end), &read);
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    } while (good && !rest.empty());
+    if (!good) {
+        *error = textQuoted(word) + " is not a list of VLANs: it is written like 1,3-5, and allowed are 1 to 4094";
+        return false;
+    }
+    *vlans = read;
+    return true;
 }
 
 bool valueReadLimit(std::string_view word, uint32_t *limit, std::string *error) {
@@ -137,16 +180,20 @@ std::string textDuration(uint64_t seconds) {
     return std::to_string(seconds) + 's';
 }
 
-std::string textPorts(std::span<const uint32_t> ports) {
-    std::string text;
-    for (size_t i = 0; i < ports.size(); i++) {
-        const uint32_t first = ports[i];
-        while (i + 1 < ports.size() && ports[i + 1] == ports[i] + 1) {
-            i++;
+std::string textPorts(std::span<const uint32_t> ports) { return textRuns(ports, ", ", textPort); }
+
+std::string textVlans(std::span<const uint32_t> vlans) {
+    return textRuns(vlans, ",", [](uint32_t vlan) { return std::to_string(vlan); });
+}
+
+std::vector<uint32_t> vlansListed(const VlanList &vlans) {
+    std::vector<uint32_t> listed;
+    for (uint32_t vlan = VLAN_FIRST; vlan <= VLAN_LAST; vlan++) {
+        if (vlan_listed(vlans.data(), vlan)) {
+            listed.push_back(vlan);
         }
-        text += (text.empty() ? "" : ", ") + textPort(first) + (ports[i] > first ? "-" + textPort(ports[i]) : "");
     }
-    return text;
+    return listed;
 }
 
 std::string textPrintable(std::string_view text) {

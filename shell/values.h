@@ -10,9 +10,13 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "l2/dhcp6snooping/clients/vlanlist.h"
 
 using MacAddress = std::array<uint8_t, 6>;
 using Ipv6Address = std::array<uint8_t, 16>; // network order
+using VlanList = std::array<uint8_t, VLAN_LIST_SIZE>;
 
 [[nodiscard]] bool valueReadPort(std::string_view word, uint32_t *port, std::string *error);
 [[nodiscard]] bool valueReadVlan(std::string_view word, uint32_t *vlan, std::string *error);
@@ -20,6 +24,8 @@ using Ipv6Address = std::array<uint8_t, 16>; // network order
 // Six groups of one or two hexadecimal digits, all separated by ':' or all by '-'. Refuses the all-zero address, which the
 // daemon uses for "no client".
 [[nodiscard]] bool valueReadMac(std::string_view word, MacAddress *mac, std::string *error);
+// "1,3-5", as the running configuration has it, which may end in a comma.
+[[nodiscard]] bool valueReadVlans(std::string_view word, VlanList *vlans, std::string *error);
 [[nodiscard]] bool valueReadIpv6(std::string_view word, Ipv6Address *address, std::string *error);
 
 std::string textPort(uint32_t port); // "0/3"
@@ -27,7 +33,9 @@ std::string textMac(const MacAddress &mac);
 std::string textIpv6(std::span<const uint8_t, 16> address, uint32_t prefixLength); // "/n" only where n is not 128
 std::string textDuration(uint64_t seconds);                                        // the two largest units: "1h59m"
 std::string textPorts(std::span<const uint32_t> ports);                            // ascending ports: "0/1-0/3, 0/7"
+std::string textVlans(std::span<const uint32_t> vlans);                            // ascending, as valueReadVlans reads them
 std::string textPrintable(std::string_view text);                                  // other bytes as \xNN
 std::string textQuoted(std::string_view word);                                     // printable, in quotes, cut when very long
+std::vector<uint32_t> vlansListed(const VlanList &vlans);                          // ascending
 // Bytes of a fixed field up to its first NUL.
 std::string_view textField(std::span<const char> field);

@@ -3,6 +3,7 @@ find_package(GTest REQUIRED)
 add_executable(shell_test
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_commands_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_fake.cpp
+  ${PROJECT_SOURCE_DIR}/tests/unit/shell_guard_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_hostile_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_parser_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_program_test.cpp

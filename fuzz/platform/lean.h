@@ -24,6 +24,7 @@ struct LeanSwitch {
     uint32_t clockStep;               // seconds that pass at every look at the clock
     uint32_t debug;                   // non-zero: every trace line is formatted
     uint32_t sendFails;               // non-zero: every send answers -1
+    uint32_t filterFails;             // non-zero: every change of a filter answers -1
     LeanMacAnswer macs[LEAN_PLACES];  // by the MAC's last byte modulo LEAN_PLACES
     SmdPortList members[LEAN_PLACES]; // by VLAN modulo LEAN_PLACES
     int32_t trunkOf[LEAN_PORTS];      // by port index; -1 = none
@@ -36,6 +37,7 @@ struct LeanSwitch {
     uint32_t sentPort;    // of the last one; 0 when it went to a list
     SmdPortList sentList; // of the last one; empty when it went to a port
     uint32_t lines;       // trace lines
+    uint32_t filters;     // accepted changes of filters
 };
 extern LeanSwitch leanSwitch;
 extern uint8_t leanSent[SMD_FRAME_MAX]; // bytes of the last accepted send

@@ -12,10 +12,10 @@
 #include "platform/linux/links.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/netlink.h"
+#include "platform/linux/nfttable.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/queue.h"
 #include "platform/linux/status.h"
-#include "platform/linux/trap.h"
 
 namespace {
 
@@ -63,8 +63,8 @@ void findBridge() {
 
 void takeSwitch() {
     char error[ERROR_MAX];
-    linuxAtStop(linuxTrapUnload);
-    if (linuxTrapLoad(error, sizeof error) != 0) {
+    linuxAtStop(linuxNftTableUnload);
+    if (linuxNftTableLoad(error, sizeof error) != 0) {
         linuxFatal("%s", error);
     }
     linuxAtStop(linuxBrNetfilterRestore);

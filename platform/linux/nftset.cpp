@@ -5,6 +5,7 @@
 
 #include <libmnl/libmnl.h>
 #include <libnftnl/common.h>
+#include <libnftnl/expr.h>
 #include <libnftnl/set.h>
 #include <linux/netfilter.h>
 #include <linux/netfilter/nf_tables.h>
@@ -19,6 +20,7 @@ constexpr uint32_t CHANGE_MAX = 512;         // bytes of one change: names, key 
 mnl_socket *nft;
 uint32_t sequence;
 uint32_t used;
+uint32_t beginning; // bytes of a batch without changes
 bool overflow;
 alignas(8) char batch[BATCH_BYTES];
 alignas(8) uint8_t answers[65536];
@@ -62,13 +64,21 @@ void change(uint16_t type, const char *setName, std::span<const uint8_t> key) {
     }
 }
 
-// The kernel works a batch off before the send returns; what it refused is in the socket by then.
+// The kernel works a batch off before the send returns; what it refused is in the socket by then. All of it is read, so that
+// nothing is left for the next batch to be blamed for.
 int32_t readErrors() {
     int32_t first = 0;
     for (;;) {
         ssize_t n = recv(mnl_socket_get_fd(nft), answers, sizeof answers, MSG_DONTWAIT);
         if (n <= 0) {
-            return n < 0 && errno != EAGAIN && first == 0 ? -errno : first;
+            if (n == 0 || errno == EAGAIN) {
+                return first;
+            }
+            first = first == 0 ? -errno : first;
+            if (errno != ENOBUFS) { // more refusals than the socket holds; the first of them are still there
+                return first;
+            }
+            continue;
         }
         int left = static_cast<int>(n);
         const nlmsghdr *message = reinterpret_cast<const nlmsghdr *>(answers);
@@ -78,6 +88,30 @@ int32_t readErrors() {
             }
         }
     }
+}
+
+uint64_t packetsOf(nftnl_set_elem *element) {
+    uint32_t size = 0;
+    const void *expression = nftnl_set_elem_get(element, NFTNL_SET_ELEM_EXPR, &size);
+    if (expression == nullptr)
+        return 0;
+    return nftnl_expr_get_u64(static_cast<const nftnl_expr *>(expression), NFTNL_EXPR_CTR_PACKETS);
+}
+
+int readCount(const nlmsghdr *message, void *user) {
+    nftnl_set *set = nftnl_set_alloc();
+    if (set == nullptr)
+        return MNL_CB_ERROR;
+    if (nftnl_set_elems_nlmsg_parse(message, set) == 0) {
+        nftnl_set_elems_iter *walk = nftnl_set_elems_iter_create(set);
+        nftnl_set_elem *element = walk == nullptr ? nullptr : nftnl_set_elems_iter_next(walk);
+        if (element != nullptr && user != nullptr)
+            static_cast<LinuxNftCount *>(user)->packets = packetsOf(element);
+        if (walk != nullptr)
+            nftnl_set_elems_iter_destroy(walk);
+    }
+    nftnl_set_free(set);
+    return MNL_CB_OK;
 }
 
 } // namespace
@@ -92,14 +126,28 @@ int32_t linuxNftOpen() {
     return 0;
 }
 
+void linuxNftClose() {
+    if (nft != nullptr) {
+        mnl_socket_close(nft);
+    }
+    nft = nullptr;
+}
+
 void linuxNftBegin() {
     overflow = false;
     used = MNL_ALIGN(nftnl_batch_begin(batch, ++sequence)->nlmsg_len);
+    beginning = used;
 }
 
 void linuxNftAdd(const char *set, std::span<const uint8_t> key) { change(NFT_MSG_NEWSETELEM, set, key); }
 
 void linuxNftRemove(const char *set, std::span<const uint8_t> key) { change(NFT_MSG_DELSETELEM, set, key); }
+
+// Added first, it is there whatever was before.
+void linuxNftDrop(const char *set, std::span<const uint8_t> key) {
+    linuxNftAdd(set, key);
+    linuxNftRemove(set, key);
+}
 
 void linuxNftEmpty(const char *set) { change(NFT_MSG_DELSETELEM, set, {}); }
 
@@ -107,9 +155,34 @@ int32_t linuxNftCommit() {
     if (overflow) {
         return -ENOBUFS;
     }
+    if (used == beginning) {
+        return 0;
+    }
     used += MNL_ALIGN(nftnl_batch_end(batch + used, ++sequence)->nlmsg_len);
     if (mnl_socket_sendto(nft, batch, used) < 0) {
         return -errno;
     }
     return readErrors();
+}
+
+int32_t linuxNftGet(const char *set, std::span<const uint8_t> key, LinuxNftCount *count) {
+    used = 0;
+    overflow = false;
+    change(NFT_MSG_GETSETELEM, set, key);
+    if (overflow)
+        return -ENOBUFS;
+    reinterpret_cast<nlmsghdr *>(batch)->nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
+    if (mnl_socket_sendto(nft, batch, used) < 0)
+        return -errno;
+    const uint32_t asked = sequence;
+    for (;;) {
+        const ssize_t n = recv(mnl_socket_get_fd(nft), answers, sizeof answers, MSG_DONTWAIT);
+        if (n <= 0)
+            return n < 0 ? -errno : -EIO;
+        const int more = mnl_cb_run(answers, static_cast<size_t>(n), asked, mnl_socket_get_portid(nft), readCount, count);
+        if (more < 0 && errno == EPROTO)
+            continue; // the rest of an answer that was given up
+        if (more <= 0)
+            return more == 0 ? 0 : -errno;
+    }
 }

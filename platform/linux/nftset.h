@@ -12,11 +12,22 @@ inline constexpr const char *LINUX_NFT_TABLE = "snoopd6"; // in family bridge
 
 // Opens the socket. 0, or a negative errno.
 [[nodiscard]] int32_t linuxNftOpen();
+void linuxNftClose();
 
 void linuxNftBegin();
-// Queue a change. Adding what is there is no error, removing what is absent fails the commit.
+// Queue a change. Adding what is there is no error, removing what is absent fails the commit, dropping it does not.
 void linuxNftAdd(const char *set, std::span<const uint8_t> key);
 void linuxNftRemove(const char *set, std::span<const uint8_t> key);
+void linuxNftDrop(const char *set, std::span<const uint8_t> key);
 void linuxNftEmpty(const char *set);
 // 0, or a negative errno: of the first change that the kernel refused, or -ENOBUFS when the batch was too long for the buffer.
+// Without changes the kernel is not asked.
 [[nodiscard]] int32_t linuxNftCommit();
+
+struct LinuxNftCount {
+    uint64_t packets;
+};
+
+// Asks the kernel for one element. 0 and, unless null, what its counter says (0 without one); -ENOENT when it is not there, or
+// another negative errno.
+[[nodiscard]] int32_t linuxNftGet(const char *set, std::span<const uint8_t> key, LinuxNftCount *count);

@@ -5,6 +5,7 @@
 #include <linux/if_bridge.h>
 
 #include "platform/linux/capture.h"
+#include "platform/linux/guard.h"
 #include "platform/linux/send.h"
 #include "platform/linux/trap.h"
 
@@ -118,6 +119,7 @@ void linuxPortsSettle() {
     linuxCaptureSettle();
     linuxSendSettle();
     linuxTrapSettle();
+    linuxGuardSettle();
     for (uint32_t p = 0; p < linuxSwitch.portMax; p++) {
         if (reportedLink[p] == linuxLinks[p].running) {
             continue;

@@ -32,6 +32,8 @@ enum : uint32_t {
     LINUX_STATUS_VLANS = 2,    // LinuxVlanStatus, ascending VLAN
     LINUX_STATUS_MACS = 3,     // LinuxMacStatus, as the kernel lists them
     LINUX_STATUS_COUNTERS = 4, // LinuxPortCounters, ascending port
+    LINUX_STATUS_GUARD = 5,    // LinuxGuardPortStatus, ascending port
+    LINUX_STATUS_FILTERS = 6,  // LinuxFilterStatus, ascending kind, port, VLAN, MAC and address as bytes
 };
 
 struct LinuxStatusAsk {
@@ -111,3 +113,24 @@ struct LinuxPortCounters { // frames since the daemon started
     uint64_t kernelDropped; // lost because the socket's buffer was full
 };
 static_assert(sizeof(LinuxPortCounters) == 96);
+
+struct LinuxGuardPortStatus { // source guard of one port
+    uint32_t port;
+    uint32_t guarded;   // 1 when the daemon wants it closed
+    uint32_t installed; // 1 when the kernel has it closed
+    uint32_t reserved;
+    uint64_t blocked;      // packets refused since the port was closed, without the next member's
+    uint64_t blockedLocal; // packets refused from link-local sources, which no router would have taken further
+};
+static_assert(sizeof(LinuxGuardPortStatus) == 32);
+
+struct LinuxFilterStatus { // a forward filter that the daemon wants
+    uint32_t kind;         // 1 address, 2 MAC and address, 3 port, MAC and address, 4 the same in one VLAN
+    uint32_t port;         // 0 where the kind has none
+    uint32_t vlan;         // 0 where the kind has none
+    uint32_t installed;    // 1 when the kernel has it
+    uint8_t mac[6];        // all zeros: any
+    uint8_t reserved[2];
+    uint8_t address[16];
+};
+static_assert(sizeof(LinuxFilterStatus) == 40);

@@ -10,6 +10,7 @@
 #include "platform/libsmd.h"
 #include "platform/libvos.h"
 #include "platform/linux/capture.h"
+#include "platform/linux/guard.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/mactable.h"
 #include "platform/linux/ports.h"
@@ -19,6 +20,7 @@
 namespace {
 
 constexpr uint32_t MACS_A_PAGE = 1024;
+constexpr uint32_t FILTERS_A_PAGE = 256; // each is a question to the kernel, some microseconds
 
 uint32_t startSeconds;
 uint32_t snooping = 2;
@@ -137,18 +139,57 @@ void writeMacs(Page *page, uint32_t start) {
     page->head.next = more ? start + count : 0;
 }
 
+void writeGuard(Page *page, uint32_t start) {
+    for (uint32_t p = start; p < linuxSwitch.portMax; p++) {
+        if (!linuxPortExists(p + 1)) {
+            continue;
+        }
+        if (!fits(*page)) {
+            page->head.next = p;
+            return;
+        }
+        LinuxGuardPortStatus record;
+        linuxGuardPortStatus(p + 1, &record);
+        put(page, &record);
+    }
+}
+
+// Pages count filters; when some come or go between two pages, one may be missing or come twice.
+void writeFilters(Page *page, uint32_t start) {
+    uint32_t position = 0;
+    for (const LinuxGuardFilter *filter = linuxGuardNext(nullptr); filter != nullptr; filter = linuxGuardNext(&filter->key)) {
+        if (position++ < start) {
+            continue;
+        }
+        if (!fits(*page) || page->head.count == FILTERS_A_PAGE) {
+            page->head.next = position - 1;
+            return;
+        }
+        LinuxFilterStatus record{};
+        record.kind = filter->key.kind;
+        record.port = filter->key.port;
+        record.vlan = filter->key.vlan;
+        record.installed = linuxGuardInKernel(&filter->key) ? 1 : 0;
+        memcpy(record.mac, filter->key.mac, sizeof record.mac);
+        memcpy(record.address, filter->key.address, sizeof record.address);
+        put(page, &record);
+    }
+}
+
 struct Table {
     uint32_t number;
     uint32_t recordSize;
     void (*write)(Page *page, uint32_t start);
 };
 
-constexpr std::array<Table, 5> TABLES = {{
+constexpr std::array<Table, 7> TABLES = {{
     {LINUX_STATUS_SWITCH, sizeof(LinuxSwitchStatus), writeSwitch},
     {LINUX_STATUS_PORTS, sizeof(LinuxPortStatus), writePorts},
     {LINUX_STATUS_VLANS, sizeof(LinuxVlanStatus), writeVlans},
     {LINUX_STATUS_MACS, sizeof(LinuxMacStatus), writeMacs},
     {LINUX_STATUS_COUNTERS, sizeof(LinuxPortCounters), writeCounters},
+    {LINUX_STATUS_GUARD, sizeof(LinuxGuardPortStatus), writeGuard},
+    {LINUX_STATUS_FILTERS, sizeof(LinuxFilterStatus), writeFilters},
 }};
 
 int32_t answer(const uint8_t *payload, uint32_t length, uint8_t *reply, uint32_t replyMax, uint32_t *replyLength) {

@@ -3,3 +3,5 @@
 #include "tests/platform/recording.h"
 
 void contractSetup() { recordingReset(); }
+
+bool contractSetupFilters() { return true; }

@@ -5,18 +5,24 @@
 #include "platform/libqacl.h"
 #include "tests/platform/recording.h"
 
+int32_t recordingFilterStatus = -1;
+
 namespace {
 
 std::set<std::string> installed;
 
 int32_t install(const std::string &filter, bool fails) {
     if (fails)
-        return -1;
+        return recordingFilterStatus;
     installed.insert(filter);
     return 0;
 }
 
-int32_t remove(const std::string &filter, bool fails) { return fails || installed.erase(filter) == 0 ? -1 : 0; }
+int32_t remove(const std::string &filter, bool fails) {
+    if (fails)
+        return recordingFilterStatus;
+    return installed.erase(filter) == 0 ? -1 : 0;
+}
 
 int32_t operate(uint32_t operation, const std::string &filter, bool fails) {
     if (operation == FRM_OP_INSTALL)
@@ -30,7 +36,10 @@ std::string hostText(const uint8_t *mac, const uint8_t *address) {
 
 } // namespace
 
-void recordingResetFilters() { installed.clear(); }
+void recordingResetFilters() {
+    installed.clear();
+    recordingFilterStatus = -1;
+}
 
 int32_t FRM_OperateDhcp6FilterResource(uint32_t operation) {
     return operate(operation, "dhcp6", recordingCall("FRM_OperateDhcp6FilterResource operation=%u", operation));

@@ -71,6 +71,9 @@ void recordingFailNone();
 // What failed last; "" when nothing did since the failure was asked for.
 extern std::string recordingFailed;
 
+// What a filter call answers that was made to fail; -1 after a reset.
+extern int32_t recordingFilterStatus;
+
 // Starts a section in which the nth allocation by malloc, calloc or realloc fails (0: none). The end tells how many there were.
 void recordingAllocationsBegin(uint32_t failNth);
 uint32_t recordingAllocationsEnd();

@@ -2,13 +2,15 @@
 
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
-#include "tests/unit/fixture.h"
+#include "l2/dhcp6snooping/sourceguard/exemption.h"
+#include "l2/dhcp6snooping/sourceguard/portmode.h"
+#include "tests/unit/guard.h"
 
 #include <cstring>
 
 namespace {
 
-struct FaultsTest : SnoopingTest {};
+struct FaultsTest : GuardTest {};
 
 Options bothLeases(uint32_t valid) {
     Options content = options().serverId().clientId().iaNa(500, 800, options().address("2001:db8::1", valid, valid));
@@ -17,19 +19,32 @@ Options bothLeases(uint32_t valid) {
 
 Bytes remoteCall(uint8_t id) { return {id, 0, 0, 0, 0, 0, 0, 0}; }
 
-// Start-up, an exchange through to RENEW, aging, RELEASE, a relayed REPLY, a port that goes down, remote calls, stop.
+void addBindingOf(const std::string &address, const std::string &mac, uint32_t port) {
+    ip6_source_guard_bind_node_add(ip6(address), macBytes(mac).data(), port, 10);
+}
+
+// Start-up, two guarded ports with bindings and an exempt VLAN, an exchange through to RENEW, aging, RELEASE, a relayed REPLY, a port that goes down, remote calls, stop.
 void wholeLife() {
     uint32_t queueId = 0;
     dhcp6snooping_startup("snoopd6", &queueId);
     dhcp6SnoopingTrustPort[3] = 1;
     dhcp6snooping_start();
     recordingMacOnPort(10, macBytes(CLIENT).data(), 1);
+    Bytes vlan10(512, 0), failed(512, 0);
+    vlan10[1] = 0x20;
+    ip6_source_guard_vlanlist_config(0, vlan10.data(), failed.data());
+    addBindingOf(A2, M2, 1);
+    set_ip6_source_guard_port_mode(1, 0);
+    set_ip6_source_guard_port_mode(2, 0);
+    addBindingOf(A3, NO_MAC, 0);
     receive(fromClient(DHCP6_SOLICIT, options().clientId().iaNa(0, 0)), 1);
     receive(fromServer(DHCP6_ADVERTISE, bothLeases(100)), 4);
     receive(fromClient(DHCP6_REQUEST, bothLeases(100)), 1);
     receive(fromServer(DHCP6_REPLY, bothLeases(100)), 4);
     receive(fromClient(DHCP6_RENEW, bothLeases(100)), 1);
     receive(fromServer(DHCP6_REPLY, bothLeases(100)), 4);
+    addBindingOf(A1, CLIENT, 1);
+    ip6_source_guard_bind_node_delete(ip6(A1));
     receive(fromClient(DHCP6_SOLICIT).from(OTHER_CLIENT).to(SERVER), 2);
     dhcp6L2Relay = 1;
     receive(frame()
@@ -51,6 +66,10 @@ void wholeLife() {
         dhcp6snooping_serve_message(queueId);
     }
     receive(fromClient(DHCP6_SOLICIT), 1);
+    set_ip6_source_guard_port_mode(2, 1);
+    set_ip6_source_guard_port_mode(1, 1);
+    ip6_source_guard_vlanlist_config(1, vlan10.data(), failed.data());
+    ip6_source_guard_bind_node_delete_all();
 }
 
 // Tables are set up by the start-up step of the life itself.
@@ -60,6 +79,7 @@ void freshStart() {
     recordingDebugOn = 1;
     dhcp6SnoopingOn = 0;
     dhcp6L2Relay = 0;
+    memset(no_ip6_source_guard_vlan, 0, sizeof no_ip6_source_guard_vlan);
 }
 
 void expectWholeTable(const std::string &what) {
@@ -73,12 +93,14 @@ void expectWholeTable(const std::string &what) {
         byPort += count;
     EXPECT_EQ(used + listDhcp6SnoopingAvlNode.count, 2048u) << what;
     EXPECT_EQ(byPort, counted) << what;
+    EXPECT_EQ(bindings(), Lines{}) << what;
 }
 
 TEST_F(FaultsTest, WithoutAFaultTheLifeIsAsExpected) {
     wholeLife();
     EXPECT_EQ(tableMacs(), Lines{CLIENT});
     EXPECT_EQ(recordingSent.size(), 12u);
+    EXPECT_GT(recordingCount("FRM_InstallForwardIp6AddrFilterResource_new"), 3u);
     expectWholeTable("no fault");
 }
 
@@ -126,7 +148,16 @@ TEST_F(FaultsTest, EveryFunctionFailsAlways) {
                                      "vosMsgResp",
                                      "smdCfgRmWrapProcess",
                                      "vosPrintf",
-                                     "avlDelete"};
+                                     "avlDelete",
+                                     "FRM_OperatePortDenyAllIp6FilterResource",
+                                     "FRM_InstallGlobalForwardIcmp6NdFilterResource",
+                                     "FRM_RemoveGlobalForwardIcmp6NdFilterResource",
+                                     "FRM_InstallGlobalForwardIp6VidOnlyFilterResource",
+                                     "FRM_RemoveGlobalForwardIp6VidOnlyFilterResource",
+                                     "FRM_InstallGlobalForwardIp6AddrOnlyFilterResource",
+                                     "FRM_RemoveGlobalForwardIp6AddrOnlyFilterResource",
+                                     "FRM_InstallForwardIp6AddrFilterResource_new",
+                                     "FRM_RemoveForwardIp6AddrFilterResource_new"};
     for (const char *function : functions) {
         freshStart();
         recordingFailAlways(function);

@@ -4,7 +4,9 @@
 #include "l2/dhcp6snooping/clients/queries.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
-#include "tests/unit/fixture.h"
+#include "l2/dhcp6snooping/sourceguard/portmode.h"
+#include "tests/unit/guard.h"
+#include "tests/unit/remote.h"
 
 #include <cstring>
 
@@ -22,6 +24,8 @@ const Call CALLS[] = {{0, "start", 0},
                       {1, "stop", 0},
                       {2, "port_mode", 2},
                       {3, "port_mode_get", 2},
+                      {4, "set_ip6_source_guard_port_mode", 2},
+                      {5, "get_ip6_source_guard_port_mode", 2},
                       {6, "port_maxclients", 2},
                       {7, "port_maxclients_get", 3},
                       {8, "vlanlist_maxclients", 2},
@@ -29,6 +33,15 @@ const Call CALLS[] = {{0, "start", 0},
                       {10, "GlobalInfoGet", 1},
                       {11, "PortInfoGet", 2},
                       {12, "vlan_maxclients_get", 3},
+                      {13, "ip6_source_guard_bind_entry_num_get", 1},
+                      {14, "ip6_source_guard_bind_node_add", 4},
+                      {15, "ip6_source_guard_bind_node_check", 3},
+                      {16, "ip6_source_guard_bind_node_delete", 1},
+                      {17, "ip6_source_guard_bind_node_delete_all", 0},
+                      {18, "ip6_source_guard_bind_node_get", 4},
+                      {19, "ip6_source_guard_bind_node_get_by_ip", 2},
+                      {23, "ip6_source_guard_vlanlist_config", 3},
+                      {24, "no_ip6_source_guard_vlanlist_get", 1},
                       {25, "delete_by_port", 1},
                       {26, "delete_by_ip", 1},
                       {27, "delete_by_mac", 1},
@@ -38,55 +51,17 @@ const Call CALLS[] = {{0, "start", 0},
                       {35, "l2Relay_enable", 1},
                       {36, "vlan_reset", 1}};
 
-struct RemoteCallsTest : SnoopingTest {
+struct RemoteCallsTest : GuardTest {
     void SetUp() override {
-        SnoopingTest::SetUp();
+        GuardTest::SetUp();
         EXPECT_EQ(dhcp6snoopingRmWrapFunction(), 0);
         recordingTake();
     }
     void TearDown() override {
         dhcp6SnoopingOn = 0;
-        SnoopingTest::TearDown();
+        GuardTest::TearDown();
     }
 };
-
-Bytes u32(uint32_t value) {
-    Bytes bytes(4);
-    memcpy(bytes.data(), &value, 4);
-    return bytes;
-}
-
-// Sends a call through the message loop. The buffers come back as the call left them.
-int32_t call(uint32_t id, std::vector<Bytes> *arguments) {
-    Bytes payload = u32(id);
-    const auto add = [&payload](const Bytes &bytes) { payload.insert(payload.end(), bytes.begin(), bytes.end()); };
-    add(u32(static_cast<uint32_t>(arguments->size())));
-    for (const Bytes &argument : *arguments) {
-        add(u32(static_cast<uint32_t>(argument.size())));
-        add(u32(0));
-        add(argument);
-        payload.resize((payload.size() + 7) / 8 * 8);
-    }
-    recordingQueueMessage(VOS_MSG_TYPE_REMOTE_CALL, payload);
-    dhcp6snooping_serve_message(7);
-    const RecordingReply &reply = recordingReplies.back();
-    EXPECT_EQ(reply.bytes.size(), payload.size() + 24);
-    size_t at = 24 + 8;
-    for (Bytes &argument : *arguments) {
-        const auto start = reply.bytes.begin() + static_cast<long>(at + 8);
-        argument.assign(start, start + static_cast<long>(argument.size()));
-        at += 8 + (argument.size() + 7) / 8 * 8;
-    }
-    return reply.result;
-}
-
-int32_t call(uint32_t id, std::vector<Bytes> arguments = {}) { return call(id, &arguments); }
-
-uint32_t numberIn(const Bytes &bytes) {
-    uint32_t value = 0;
-    memcpy(&value, bytes.data(), 4);
-    return value;
-}
 
 TEST_F(RemoteCallsTest, RegistrationStopsWithoutATable) {
     recordingFailFunction("smdRMWrapInit", 1);
@@ -134,11 +109,13 @@ TEST_F(RemoteCallsTest, EveryCallSaysItsNameAndRefusesAWrongCount) {
         EXPECT_EQ(tableMacs(), Lines{CLIENT}) << "the function behind was not called";
         EXPECT_EQ(bDhcp6SnoopingFastRemove, 1u);
         EXPECT_EQ(dhcp6SnoopingOn, 0u);
+        EXPECT_EQ(bindings(), Lines{});
         recordingRemoteFunction(one.id)(nullptr, arguments, one.arguments);
         EXPECT_EQ(recordingTake().front(), "smdDebugPrintf level=0x400 \"" + name + ":start\"");
         dhcp6SnoopingOn = 0;
         bDhcp6SnoopingFastRemove = 1;
         dhcp6snooping_delete_allavlnode();
+        ip6_source_guard_bind_node_delete_all();
     }
 }
 
@@ -155,6 +132,8 @@ TEST_F(RemoteCallsTest, MissingDataIsRefused) {
             for (uint32_t i = 0; i < one.arguments; i++)
                 arguments[i].data = i == missing ? nullptr : slots[i];
             slots[0][0] = 1; // port 1, VLAN 1, limit 1
+            if (one.id == DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG && missing == 2)
+                continue; // who does not want to know the failures need not
             EXPECT_LT(recordingRemoteFunction(one.id)(nullptr, arguments, one.arguments), 0) << missing;
         }
         EXPECT_EQ(tableMacs(), Lines{CLIENT});
@@ -162,6 +141,8 @@ TEST_F(RemoteCallsTest, MissingDataIsRefused) {
         EXPECT_EQ(dhcp6L2Relay, 0u);
         EXPECT_EQ(dhcp6SnoopingPortMaxIP[0], 2048);
         EXPECT_EQ(dhcp6SnoopingTrustPort[0], 0u);
+        EXPECT_EQ(Ip6SourceGuardPort[0], 1u);
+        EXPECT_EQ(bindings(), Lines{});
     }
     SmdRmArg none[1] = {};
     EXPECT_EQ(recordingRemoteFunction(36)(nullptr, none, 1), 0) << "a reset of no list has nothing to do";

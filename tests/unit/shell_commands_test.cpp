@@ -265,14 +265,16 @@ TEST_F(ShellCommands, AnEmptyClientTableSaysSoInWords) {
 // Every table and every fact: what stands in the text stands in the JSON and the other way round.
 TEST_F(ShellCommands, TextAndJsonHoldTheSameNumberOfRowsAndFacts) {
     start(fakeSwitch);
-    for (const char *line : {"show dhcpv6-snooping interfaces", "show dhcpv6-snooping vlans", "show platform ports",
-                             "show platform vlans", "show platform macs", "show platform counters"}) {
+    for (const char *line :
+         {"show dhcpv6-snooping interfaces", "show dhcpv6-snooping vlans", "show platform ports", "show platform vlans",
+          "show platform macs", "show platform counters", "show platform filters", "show ipv6-source-guard interfaces",
+          "show ipv6-source-guard bindings", "show ipv6-source-guard vlans"}) {
         const std::string text = show(line);
         const nlohmann::json json = nlohmann::json::parse(show(line, true));
         ASSERT_EQ(json.size(), 1u) << line;
         EXPECT_EQ(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')), json.begin()->size() + 1) << line;
     }
-    for (const char *line : {"show dhcpv6-snooping", "show platform"}) {
+    for (const char *line : {"show dhcpv6-snooping", "show platform", "show ipv6-source-guard"}) {
         const std::string text = show(line);
         EXPECT_EQ(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')),
                   nlohmann::json::parse(show(line, true)).size())

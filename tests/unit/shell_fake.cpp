@@ -32,10 +32,6 @@ size_t argumentAt(const Bytes &message, size_t index) {
 
 uint32_t argumentWord(const Bytes &message, size_t index) { return fakeWord(message, argumentAt(message, index)); }
 
-void putArgument(Bytes *message, size_t index, const Bytes &bytes) {
-    std::copy(bytes.begin(), bytes.end(), message->begin() + static_cast<ptrdiff_t>(argumentAt(*message, index)));
-}
-
 Bytes nextClient(const Bytes &request) {
     const Bytes first = {2, 0, 0, 0, 0, 1};
     const Bytes second = {2, 0, 0, 0, 0, 10};
@@ -50,16 +46,16 @@ Bytes nextClient(const Bytes &request) {
         const Bytes prefix = {0x20, 0x01, 0x0d, 0xb8, 0x80};
         std::copy(prefix.begin(), prefix.end(), leases.begin() + 20);
         leases[36] = 56;
-        putArgument(&reply, 0, first);
-        putArgument(&reply, 1, fakeWords({10}));
-        putArgument(&reply, 2, fakeWords({1}));
-        putArgument(&reply, 3, fakeWords({2}));
-        putArgument(&reply, 4, leases);
-        putArgument(&reply, 5, fakeWords({7140, 45}));
+        fakePutArgument(&reply, 0, first);
+        fakePutArgument(&reply, 1, fakeWords({10}));
+        fakePutArgument(&reply, 2, fakeWords({1}));
+        fakePutArgument(&reply, 3, fakeWords({2}));
+        fakePutArgument(&reply, 4, leases);
+        fakePutArgument(&reply, 5, fakeWords({7140, 45}));
     } else if (cursor < second) {
-        putArgument(&reply, 0, second);
-        putArgument(&reply, 1, fakeWords({1}));
-        putArgument(&reply, 2, fakeWords({2}));
+        fakePutArgument(&reply, 0, second);
+        fakePutArgument(&reply, 1, fakeWords({1}));
+        fakePutArgument(&reply, 2, fakeWords({2}));
     }
     return reply;
 }
@@ -69,13 +65,23 @@ Bytes answerCall(const Bytes &request) {
     const uint32_t subject = argumentWord(request, 0);
     switch (fakeWord(request, HEADER)) {
     case DH6S_FUNC_GET_NEXTCLIENTS_EXT: return nextClient(request);
-    case DH6S_FUNC_GLOBAL_INFO_GET: putArgument(&reply, 0, fakeWords({1, 0})); break;
+    case DH6S_FUNC_GLOBAL_INFO_GET: fakePutArgument(&reply, 0, fakeWords({1, 0})); break;
     case DH6S_FUNC_PORT_INFO_GET:
-        putArgument(&reply, 1, fakeWords({subject == 4 ? 1u : 0u, subject == 1 ? 100u : 2048u, subject == 4 ? 0u : 1u}));
+        fakePutArgument(&reply, 1, fakeWords({subject == 4 ? 1u : 0u, subject == 1 ? 100u : 2048u, subject == 4 ? 0u : 1u}));
         break;
     case DH6S_FUNC_VLAN_MAXCLIENTS_GET:
-        putArgument(&reply, 1, fakeWords({subject == 20 ? 5u : 2048u}));
-        putArgument(&reply, 2, fakeWords({subject == 1 || subject == 10 ? 1u : 0u}));
+        fakePutArgument(&reply, 1, fakeWords({subject == 20 ? 5u : 2048u}));
+        fakePutArgument(&reply, 2, fakeWords({subject == 1 || subject == 10 ? 1u : 0u}));
+        break;
+    case DH6S_FUNC_PORT_MODE_GET: fakePutArgument(&reply, 1, fakeWords({subject == 4 ? 1u : 0u})); break;
+    case DH6S_FUNC_GET_IP6_SOURCE_GUARD_PORT_MODE: fakePutArgument(&reply, 1, fakeWords({subject == 1 ? 0u : 1u})); break;
+    case DH6S_FUNC_IP6_SOURCE_GUARD_BIND_ENTRY_NUM_GET: fakePutArgument(&reply, 0, fakeWords({3})); break;
+    case DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET:
+        return fakeBindings(request, {fakeBinding(7, 7, 2, 0), fakeBinding(6, 0, 0, 0), fakeBinding(5, 5, 1, 10)});
+    case DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET:
+        // Bits of VLAN 0 and 4095 mean nothing.
+        fakePutArgument(&reply, 0, {0x80, 0, 0x08, 0x03, 0x80});
+        reply.back() = 0x01;
         break;
     default: break;
     }
@@ -112,6 +118,13 @@ Bytes answerStatus(const Bytes &request) {
     const LinuxVlanStatus vlans[] = {{1, 0, {0xd0}, {0xd0}}, {10, 0, {0xf0}, {}}};
     const LinuxMacStatus macs[] = {{10, {2, 0, 0, 0, 0, 1}, 1, LINUX_NO_TRUNK, 0, 0}, {0, {2, 0, 0, 0, 0, 2}, 0, 7, 1, 0}};
     const LinuxPortCounters counters = {4, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 18446744073709551615u};
+    const LinuxGuardPortStatus guard[] = {{1, 1, 1, 0, 12, 3}, {2, 0, 0, 0, 0, 0}, {4, 0, 1, 0, 0, 0}};
+    LinuxFilterStatus filters[] = {{1, 0, 0, 0, {}, {}, {0x20, 1, 0xd, 0xb8}},
+                                   {4, 1, 10, 1, {2, 0, 0, 0, 0, 5}, {}, {0x20, 1, 0xd, 0xb8}},
+                                   {4, 1, 10, 1, {2, 0, 0, 0, 0, 1}, {}, {0x20, 1, 0xd, 0xb8, 0, 1}}};
+    filters[0].address[15] = 6;
+    filters[1].address[15] = 5;
+    filters[2].address[14] = 1;
     Bytes records;
     const uint32_t table = fakeWord(request, HEADER);
     switch (table) {
@@ -123,6 +136,12 @@ Bytes answerStatus(const Bytes &request) {
         appendRecord(&records, vlans, sizeof vlans);
         return fakeReply(request, 0, page(table, 0, 2, records));
     case LINUX_STATUS_MACS: appendRecord(&records, macs, sizeof macs); return fakeReply(request, 0, page(table, 0, 2, records));
+    case LINUX_STATUS_GUARD:
+        appendRecord(&records, guard, sizeof guard);
+        return fakeReply(request, 0, page(table, 0, 3, records));
+    case LINUX_STATUS_FILTERS:
+        appendRecord(&records, filters, sizeof filters);
+        return fakeReply(request, 0, page(table, 0, 3, records));
     default: appendRecord(&records, &counters, sizeof counters); return fakeReply(request, 0, page(table, 0, 1, records));
     }
 }
@@ -197,6 +216,36 @@ void fakeStop(FakeDaemon *daemon) {
 std::vector<Bytes> fakeRequests(FakeDaemon *daemon) {
     const std::lock_guard guard(daemon->lock);
     return daemon->requests;
+}
+
+void fakePutArgument(Bytes *message, size_t index, const Bytes &bytes) {
+    std::copy(bytes.begin(), bytes.end(), message->begin() + static_cast<ptrdiff_t>(argumentAt(*message, index)));
+}
+
+Bytes fakeBindings(const Bytes &request, const std::vector<Ip6SourceGuardBindNode> &bindings) {
+    Bytes reply = fakeEcho(request, 0);
+    const size_t first = std::max(argumentWord(request, 0), 1u) - 1;
+    const size_t last = std::min(first + IP6_BIND_PAGE, bindings.size());
+    Bytes records;
+    for (size_t i = first; i < last; i++) {
+        appendRecord(&records, &bindings[i], sizeof bindings[i]);
+    }
+    const auto next = static_cast<uint16_t>(last < bindings.size() ? last + 1 : 0);
+    const auto count = static_cast<uint16_t>(last - first);
+    fakePutArgument(&reply, 1, {static_cast<uint8_t>(next), static_cast<uint8_t>(next >> 8)});
+    fakePutArgument(&reply, 2, {static_cast<uint8_t>(count), static_cast<uint8_t>(count >> 8)});
+    fakePutArgument(&reply, 3, records);
+    return reply;
+}
+
+Ip6SourceGuardBindNode fakeBinding(uint8_t last, uint8_t mac, uint32_t port, uint32_t vlan) {
+    Ip6SourceGuardBindNode node = {.next = nullptr, .previous = nullptr, .address = {}, .mac = {}, .port = port, .vlan = vlan};
+    const uint8_t prefix[] = {0x20, 0x01, 0x0d, 0xb8};
+    std::copy(std::begin(prefix), std::end(prefix), node.address.bytes);
+    node.address.bytes[15] = last;
+    node.mac[0] = mac != 0 ? 2 : 0;
+    node.mac[5] = mac;
+    return node;
 }
 
 Bytes fakeSwitch(const Bytes &request) {

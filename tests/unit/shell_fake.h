@@ -3,7 +3,9 @@
 // it came and answers as a small switch would, or as the test says.
 //
 // The switch: ports 0/1, 0/2 and 0/4 (trusted); VLANs 1 and 10, and a limit of 5 on VLAN 20, which does not exist; client
-// 02:00:00:00:00:01 with an address and a prefix, client 02:00:00:00:00:0a without leases.
+// 02:00:00:00:00:01 with an address and a prefix, client 02:00:00:00:00:0a without leases. Source guard is on for port 0/1;
+// 2001:db8::5 is bound on it, 2001:db8::6 everywhere (the kernel lacks that filter), 2001:db8::7 on port 0/2; VLANs 20 and 30
+// to 32 are exempt. The kernel still has port 0/4 closed, which is not guarded any more.
 
 #include <cstdint>
 #include <functional>
@@ -13,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "l2/dhcp6snooping/sourceguard/bindings.h"
 #include "shell/session.h"
 
 using Bytes = std::vector<uint8_t>;
@@ -41,6 +44,13 @@ Bytes fakeSwitch(const Bytes &request);
 Bytes fakeReply(const Bytes &request, int32_t result, const Bytes &payload);
 // An answer that repeats the request's payload: a remote call that leaves its arguments alone.
 Bytes fakeEcho(const Bytes &request, int32_t result);
+
+// Overwrites the start of an argument in a remote call.
+void fakePutArgument(Bytes *message, size_t index, const Bytes &bytes);
+
+// The answer to a question for a page of these bindings, newest first.
+Bytes fakeBindings(const Bytes &request, const std::vector<Ip6SourceGuardBindNode> &bindings);
+Ip6SourceGuardBindNode fakeBinding(uint8_t last, uint8_t mac, uint32_t port, uint32_t vlan); // of 2001:db8::
 
 uint32_t fakeWord(std::span<const uint8_t> bytes, size_t at); // little-endian; 0 outside
 Bytes fakeWords(std::initializer_list<uint32_t> words);

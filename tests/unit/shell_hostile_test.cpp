@@ -237,9 +237,11 @@ TEST_F(ShellHostile, MutatedAnswers) {
     });
     size_t ends[4] = {};
     for (int round = 0; round < 200; round++) {
-        for (const char *line : {"show dhcpv6-snooping", "show dhcpv6-snooping clients", "show dhcpv6-snooping interfaces",
-                                 "show dhcpv6-snooping client 2:0:0:0:0:1", "show platform", "show platform ports",
-                                 "show platform vlans", "show platform macs", "show platform counters"}) {
+        for (const char *line :
+             {"show dhcpv6-snooping", "show dhcpv6-snooping clients", "show dhcpv6-snooping interfaces",
+              "show dhcpv6-snooping client 2:0:0:0:0:1", "show platform", "show platform ports", "show platform vlans",
+              "show platform macs", "show platform counters", "show platform filters", "show ipv6-source-guard",
+              "show ipv6-source-guard interfaces", "show ipv6-source-guard bindings", "show ipv6-source-guard vlans"}) {
             session.json = random() % 2 == 0;
             const Outcome outcome = sessionRun(&session, line);
             ends[static_cast<size_t>(outcome)]++;
@@ -265,6 +267,7 @@ TEST_F(ShellHostile, RandomLines) {
         }
     }
     std::erase(words, "vlans"); // asks for every VLAN, one by one
+    words.emplace_back("1,3-5");
     for (int round = 0; round < 5000; round++) {
         std::string line;
         for (auto count = random() % 9; count > 0; count--) {

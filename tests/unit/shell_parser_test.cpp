@@ -37,23 +37,27 @@ TEST_P(ShellParserRead, Line) {
 
 INSTANTIATE_TEST_SUITE_P(
     Understood, ShellParserRead,
-    testing::Values(ReadCase{PLACE_TOP, "dhcpv6-snooping", "dhcpv6-snooping", nullptr},
-                    ReadCase{PLACE_TOP, "  dhcpv6-snooping\t ", "dhcpv6-snooping", nullptr},
-                    ReadCase{PLACE_TOP, "dh", "dhcpv6-snooping", nullptr},
-                    ReadCase{PLACE_TOP, "un dh port fast", "undo dhcpv6-snooping port-down-action fast-remove", nullptr},
-                    ReadCase{PLACE_TOP, "undo debug dhcpv6-snooping", "undo debug dhcpv6-snooping", nullptr},
-                    ReadCase{PLACE_TOP, "i e 0/4", "interface ethernet <port>", nullptr},
-                    ReadCase{PLACE_TOP, "interface ethernet 0/4 dhcpv6-snooping trust",
-                             "interface ethernet <port> | dhcpv6-snooping trust", nullptr},
-                    ReadCase{PLACE_INTERFACE, "vlan 10 dh max 7", "vlan <vlan> | dhcpv6-snooping max-clients <limit>", nullptr},
-                    ReadCase{PLACE_INTERFACE, "undo dhcpv6-snooping max-clients", "undo dhcpv6-snooping max-clients", nullptr},
-                    ReadCase{PLACE_VLAN, "sh dh clients", "show dhcpv6-snooping clients", nullptr},
-                    ReadCase{PLACE_TOP, "show dhcpv6-snooping client 2:0:0:0:0:1", "show dhcpv6-snooping client <mac>",
-                             nullptr},
-                    ReadCase{PLACE_TOP, "clear dh cl ip 2001:db8::1", "clear dhcpv6-snooping clients ip <ipv6>", nullptr},
-                    ReadCase{PLACE_TOP, "help", "help", nullptr},
-                    ReadCase{PLACE_TOP, "help show dhcp whatever", "help <words>", nullptr},
-                    ReadCase{PLACE_VLAN, "q", "quit", nullptr}));
+    testing::Values(
+        ReadCase{PLACE_TOP, "dhcpv6-snooping", "dhcpv6-snooping", nullptr},
+        ReadCase{PLACE_TOP, "  dhcpv6-snooping\t ", "dhcpv6-snooping", nullptr},
+        ReadCase{PLACE_TOP, "dh", "dhcpv6-snooping", nullptr},
+        ReadCase{PLACE_TOP, "un dh port fast", "undo dhcpv6-snooping port-down-action fast-remove", nullptr},
+        ReadCase{PLACE_TOP, "undo debug dhcpv6-snooping", "undo debug dhcpv6-snooping", nullptr},
+        ReadCase{PLACE_TOP, "in e 0/4", "interface ethernet <port>", nullptr},
+        ReadCase{PLACE_TOP, "interface ethernet 0/4 dhcpv6-snooping trust", "interface ethernet <port> | dhcpv6-snooping trust",
+                 nullptr},
+        ReadCase{PLACE_INTERFACE, "vlan 10 dh max 7", "vlan <vlan> | dhcpv6-snooping max-clients <limit>", nullptr},
+        ReadCase{PLACE_INTERFACE, "undo dhcpv6-snooping max-clients", "undo dhcpv6-snooping max-clients", nullptr},
+        ReadCase{PLACE_VLAN, "sh dh clients", "show dhcpv6-snooping clients", nullptr},
+        ReadCase{PLACE_TOP, "show dhcpv6-snooping client 2:0:0:0:0:1", "show dhcpv6-snooping client <mac>", nullptr},
+        ReadCase{PLACE_TOP, "clear dh cl ip 2001:db8::1", "clear dhcpv6-snooping clients ip <ipv6>", nullptr},
+        ReadCase{PLACE_TOP, "in e 0/4 ip", "interface ethernet <port> | ipv6-source-guard", nullptr},
+        ReadCase{PLACE_INTERFACE, "un ip", "undo ipv6-source-guard", nullptr},
+        ReadCase{PLACE_TOP, "ip bind ip 2001:db8::1 mac 2:0:0:0:0:1", "ipv6-source-guard bind ip <ipv6> mac <mac>", nullptr},
+        ReadCase{PLACE_TOP, "un ip b a", "undo ipv6-source-guard bind all", nullptr},
+        ReadCase{PLACE_TOP, "undo ipv6-source-guard vlan 1,3-5,", "undo ipv6-source-guard vlan <vlans>", nullptr},
+        ReadCase{PLACE_TOP, "help", "help", nullptr}, ReadCase{PLACE_TOP, "help show dhcp whatever", "help <words>", nullptr},
+        ReadCase{PLACE_VLAN, "q", "quit", nullptr}));
 
 INSTANTIATE_TEST_SUITE_P(
     NotUnderstood, ShellParserRead,
@@ -82,8 +86,8 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{PLACE_VLAN, "dhcpv6-snooping", nullptr, "\"dhcpv6-snooping\" belongs to the top: say \"quit\" first"},
         ReadCase{
             PLACE_TOP, "DHCPV6-SNOOPING", nullptr,
-            "\"DHCPV6-SNOOPING\" is not known here: allowed are dhcpv6-snooping, undo, interface, vlan, clear, show, debug, "
-            "help and quit"}));
+            "\"DHCPV6-SNOOPING\" is not known here: allowed are dhcpv6-snooping, undo, interface, ipv6-source-guard, vlan, "
+            "clear, show, debug, help and quit"}));
 
 TEST(ShellParser, ValuesArriveWhereTheyBelong) {
     std::vector<ParsedCommand> parsed;
@@ -114,6 +118,7 @@ std::vector<std::string> goodWords(const Command &command) {
         const std::string word(commandWord(command, i));
         words.push_back(word == "<port>"    ? "0/28"
                         : word == "<vlan>"  ? "4094"
+                        : word == "<vlans>" ? "1,3-5,4094,"
                         : word == "<limit>" ? "2048"
                         : word == "<mac>"   ? "02:00:00:00:00:01"
                         : word == "<ipv6>"  ? "2001:db8::1"

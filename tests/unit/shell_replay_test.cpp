@@ -64,14 +64,23 @@ TEST_F(ShellReplay, ARunningConfigurationGoesThrough) {
                                        "dhcpv6-snooping trust\r\n"
                                        "dhcpv6-snooping max-clients 5\r\n"
                                        "quit\r\n"
+                                       "interface ethernet 0/1\r\n"
+                                       "ipv6-source-guard\r\n"
+                                       "quit\r\n"
                                        "\r\n"
                                        "# a remark\n"
                                        "vlan 10\r\n"
                                        "dhcpv6-snooping max-clients 100\r\n"
-                                       "quit\r\n");
+                                       "quit\r\n"
+                                       "undo ipv6-source-guard vlan 20,30-32,\r\n"
+                                       "undo ipv6-source-guard vlan 4094\r\n"
+                                       "ipv6-source-guard bind ip 2001:db8::7\r\n"
+                                       "ipv6-source-guard bind ip 2001:db8::6 mac 02:00:00:00:00:06\r\n"
+                                       "ipv6-source-guard bind ip 2001:db8::5 mac 02:00:00:00:00:05 interface ethernet 0/1 "
+                                       "vlan 10\r\n");
     EXPECT_EQ(err, "");
     EXPECT_EQ(result.failed + result.skipped, 0u);
-    EXPECT_EQ(calls(), (std::vector<uint32_t>{0, 34, 35, 2, 6, 8}));
+    EXPECT_EQ(calls(), (std::vector<uint32_t>{0, 34, 35, 2, 6, 4, 8, 23, 23, 14, 14, 14}));
     EXPECT_EQ(session.place.kind, PLACE_TOP);
     EXPECT_FALSE(session.ended);
 }
@@ -84,7 +93,7 @@ TEST_F(ShellReplay, AFailedLineIsNamedAndTheRestRuns) {
     EXPECT_EQ(
         err,
         "snoopctl: startup.cfg, line 2, \"nonsense here\": \"nonsense\" is not known here: allowed are dhcpv6-snooping, "
-        "undo, interface, vlan, clear, show, debug, help and quit\n"
+        "undo, interface, ipv6-source-guard, vlan, clear, show, debug, help and quit\n"
         "snoopctl: startup.cfg, line 4, \"vlan 10 dhcpv6-snooping max-clients 3000\": \"3000\" is not a number of clients: "
         "allowed are 0 to 2048\n"
         "snoopctl: startup.cfg: lines that failed: 2, lines not run because of them: 0\n");

@@ -59,4 +59,13 @@ TEST(ShellReport, PortsAreRunsForPeopleAndSingleForPrograms) {
     EXPECT_EQ(nlohmann::json::parse(reportJson(report)), nlohmann::json::parse(R"({"ports":["0/1","0/2","0/4"],"none":[]})"));
 }
 
+TEST(ShellReport, VlansAndAny) {
+    Report report;
+    reportFact(&report, "vlans", "VLANs", valueVlans({1, 3, 4, 5}));
+    reportFact(&report, "none", "No VLANs", valueVlans({}));
+    reportFact(&report, "any", "Any", valueAny());
+    EXPECT_EQ(reportText(report), "VLANs     1,3-5\nNo VLANs  none\nAny       any\n");
+    EXPECT_EQ(nlohmann::json::parse(reportJson(report)), nlohmann::json::parse(R"({"vlans":[1,3,4,5],"none":[],"any":null})"));
+}
+
 } // namespace

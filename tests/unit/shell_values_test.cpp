@@ -41,6 +41,31 @@ TEST(ShellValues, VlansAndLimitsEndWhereTheDaemonEndsThem) {
     EXPECT_EQ(number, 2048u);
 }
 
+TEST(ShellValues, VlanLists) {
+    VlanList vlans = {};
+    std::string error;
+    const struct {
+        std::string_view word;
+        std::vector<uint32_t> listed;
+    } good[] = {{"1", {1}}, {"1,3-5", {1, 3, 4, 5}}, {"4094,1-1,", {1, 4094}}, {"7-9,8-10", {7, 8, 9, 10}}};
+    for (const auto &c : good) {
+        EXPECT_TRUE(valueReadVlans(c.word, &vlans, &error)) << c.word << error;
+        EXPECT_EQ(vlansListed(vlans), c.listed) << c.word;
+    }
+    EXPECT_TRUE(valueReadVlans("1-4094", &vlans, &error));
+    EXPECT_EQ(vlansListed(vlans).size(), 4094u);
+    EXPECT_EQ(vlans.front(), 0x7f) << "there is no VLAN 0";
+    EXPECT_EQ(vlans.back(), 0xfe) << "there is no VLAN 4095";
+    const VlanList before = vlans;
+    for (const std::string_view word : {""sv, ","sv, ",1"sv, "1,,2"sv, "1,,"sv, "0"sv, "4095"sv, "1-4095"sv, "0-3"sv, "5-3"sv,
+                                        "1-"sv, "-1"sv, "1-2-3"sv, "1, 2"sv, "a"sv, "1;2"sv, "+1"sv, "1\0"sv, "4294967297"sv}) {
+        EXPECT_FALSE(valueReadVlans(word, &vlans, &error)) << word;
+        EXPECT_EQ(vlans, before);
+    }
+    EXPECT_FALSE(valueReadVlans("5-3", &vlans, &error));
+    EXPECT_EQ(error, "\"5-3\" is not a list of VLANs: it is written like 1,3-5, and allowed are 1 to 4094");
+}
+
 TEST(ShellValues, MacAddresses) {
     MacAddress mac = {};
     std::string error;
@@ -87,6 +112,11 @@ TEST(ShellValues, RunsOfPortsAreJoined) {
     EXPECT_EQ(textPorts(std::vector<uint32_t>{}), "");
     EXPECT_EQ(textPorts(std::vector<uint32_t>{3}), "0/3");
     EXPECT_EQ(textPorts(std::vector<uint32_t>{1, 2, 3, 7, 27, 28}), "0/1-0/3, 0/7, 0/27-0/28");
+}
+
+TEST(ShellValues, VlansAreWrittenAsTheyAreRead) {
+    EXPECT_EQ(textVlans(std::vector<uint32_t>{}), "");
+    EXPECT_EQ(textVlans(std::vector<uint32_t>{1, 3, 4, 5, 4093, 4094}), "1,3-5,4093-4094");
 }
 
 TEST(ShellValues, NothingUnprintableReachesTheTerminal) {

@@ -1,7 +1,6 @@
 // REPLY, and the other messages of servers.
 
 #include "l2/dhcp6snooping/clients/limits.h"
-#include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "tests/unit/fixture.h"
 
 namespace {
@@ -194,20 +193,6 @@ TEST_F(SnoopingReplyTest, TheOthersPassFromATrustedPort) {
     const Frame noMac = fromServer(DHCP6_ADVERTISE).to(NO_MAC);
     process(noMac, 4);
     EXPECT_EQ(recordingTake(), floodedToClients(noMac, 4, "1,2,3"));
-}
-
-// Filters follow leases only where the source guard is built in; here a guarded port is like any other.
-TEST_F(SnoopingReplyTest, AGuardedPortMakesNoDifference) {
-    Ip6SourceGuardPort[1] = 0;
-    Ip6SourceGuardPort[3] = 0;
-    addClient(CLIENT, 10, 2);
-    const Frame reply = fromServer(DHCP6_REPLY, lease("2001:db8::1"));
-    process(reply, 4);
-    EXPECT_EQ(recordingTake(), joined({saidTo(), floodedToClients(reply, 4, "1,2,3")}));
-    const Frame release = fromClient(DHCP6_RELEASE, lease("2001:db8::1"));
-    process(release, 2);
-    EXPECT_EQ(recordingTake(),
-              joined({said("\r\n receive dhcpv6 RELEASE msg, delete user: mac " + CLIENT), floodedToServers(release, 2)}));
 }
 
 TEST_F(SnoopingReplyTest, DoubleTaggedFramesAreReadToo) {

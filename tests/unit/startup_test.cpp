@@ -24,6 +24,10 @@ Lines registrations() {
         "__smdRmWrapRegister id=1 zero=0 DH6S_FUNC_STOP dhcp6snoopingWrap_stop",
         "__smdRmWrapRegister id=2 zero=0 DH6S_FUNC_PORT_MODE_SET dhcp6snoopingWrap_port_mode",
         "__smdRmWrapRegister id=3 zero=0 DH6S_FUNC_PORT_MODE_GET dhcp6snoopingWrap_port_mode_get",
+        "__smdRmWrapRegister id=4 zero=0 DH6S_FUNC_SET_IP6_SOURCE_GUARD_PORT_MODE "
+        "dhcp6snoopingWrap_set_ip6_source_guard_port_mode",
+        "__smdRmWrapRegister id=5 zero=0 DH6S_FUNC_GET_IP6_SOURCE_GUARD_PORT_MODE "
+        "dhcp6snoopingWrap_get_ip6_source_guard_port_mode",
         "__smdRmWrapRegister id=6 zero=0 DH6S_FUNC_PORT_MAX_CLIENTS_SET dhcp6snoopingWrap_port_maxclients",
         "__smdRmWrapRegister id=7 zero=0 DH6S_FUNC_PORT_MAX_CLIENTS_GET dhcp6snoopingWrap_port_maxclients_get",
         "__smdRmWrapRegister id=8 zero=0 DH6S_FUNC_VLANLIST_MAX_CLIENTS_SET dhcp6snoopingWrap_vlanlist_maxclients",
@@ -31,6 +35,24 @@ Lines registrations() {
         "__smdRmWrapRegister id=10 zero=0 DH6S_FUNC_GLOBAL_INFO_GET dhcp6snoopingWrap_GlobalInfoGet",
         "__smdRmWrapRegister id=11 zero=0 DH6S_FUNC_PORT_INFO_GET dhcp6snoopingWrap_PortInfoGet",
         "__smdRmWrapRegister id=12 zero=0 DH6S_FUNC_VLAN_MAXCLIENTS_GET dhcp6snoopingWrap_vlan_maxclients_get",
+        "__smdRmWrapRegister id=13 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_ENTRY_NUM_GET "
+        "dhcp6snoopingWrap_ip6_source_guard_bind_entry_num_get",
+        "__smdRmWrapRegister id=14 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_ADD "
+        "dhcp6snoopingWrap_ip6_source_guard_bind_node_add",
+        "__smdRmWrapRegister id=15 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_CHECK "
+        "dhcp6snoopingWrap_ip6_source_guard_bind_node_check",
+        "__smdRmWrapRegister id=16 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE "
+        "dhcp6snoopingWrap_ip6_source_guard_bind_node_delete",
+        "__smdRmWrapRegister id=17 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE_ALL "
+        "dhcp6snoopingWrap_ip6_source_guard_bind_node_delete_all",
+        "__smdRmWrapRegister id=18 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET "
+        "dhcp6snoopingWrap_ip6_source_guard_bind_node_get",
+        "__smdRmWrapRegister id=19 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET_BY_IP "
+        "dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip",
+        "__smdRmWrapRegister id=23 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG "
+        "dhcp6snoopingWrap_ip6_source_guard_vlanlist_config",
+        "__smdRmWrapRegister id=24 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET "
+        "dhcp6snoopingWrap_no_ip6_source_guard_vlanlist_get",
         "__smdRmWrapRegister id=25 zero=0 DH6S_FUNC_DELETE_BY_PORT dhcp6snoopingWrap_delete_by_port",
         "__smdRmWrapRegister id=26 zero=0 DH6S_FUNC_DELETE_BY_IP dhcp6snoopingWrap_delete_by_ip",
         "__smdRmWrapRegister id=27 zero=0 DH6S_FUNC_DELETE_BY_MAC dhcp6snoopingWrap_delete_by_mac",

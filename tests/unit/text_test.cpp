@@ -86,6 +86,13 @@ TEST(PtonTest, DoesNotUnderstandDottedTails) {
     refuses("1.2");
 }
 
+// The seventh separator is the last one that is looked at, and a "::" there stands for the eighth group.
+TEST(PtonTest, LooksAtSevenSeparators) {
+    reads("::1:2:3:4:5:6:7:8", {0, 1, 2, 3, 4, 5, 6, 7});
+    reads("1:2:3:4:5:6:7:8::1::2", {1, 2, 3, 4, 5, 6, 7, 8});
+    reads("1:2:3:4:5:6:7::8", {1, 2, 3, 4, 5, 6, 7, 0});
+}
+
 TEST(PtonTest, TakesAThirdColonAsALeniency) { reads("1:::2", {1, 0, 0, 0, 0, 0, 2, 0}); }
 
 TEST(PtonTest, Refuses) {

@@ -6,6 +6,7 @@
 #include "l2/dhcp6snooping/clients/table.h"
 #include "l2/dhcp6snooping/main/text.h"
 #include "l2/dhcp6snooping/main/trace.h"
+#include "l2/dhcp6snooping/sourceguard/filters.h"
 #include "platform/libvos.h"
 
 namespace {
@@ -37,6 +38,7 @@ void age_leases(Dhcp6SnoopingNode *client, uint32_t elapsed) {
             ++slot;
             continue;
         }
+        dhcp6snooping_lease_filter_remove(client, lease, client->port - 1);
         trace_expired(client, lease);
         dhcp6snooping_attr_array_remove(&client->leases, lease, dhcp6snooping_attr_binding_free);
     }

@@ -6,6 +6,7 @@
 #include "l2/dhcp6snooping/clients/table.h"
 #include "l2/dhcp6snooping/main/trace.h"
 #include "l2/dhcp6snooping/packet/lease.h"
+#include "l2/dhcp6snooping/sourceguard/filters.h"
 #include "platform/libvos.h"
 
 namespace {
@@ -66,6 +67,7 @@ bool delete_address(Dhcp6SnoopingNode *client, const uint8_t *address) {
     Dhcp6LeaseAttr *lease = find_address(client, address);
     if (lease == nullptr)
         return false;
+    dhcp6snooping_lease_filter_remove(client, lease, client->port - 1);
     dhcp6snooping_attr_array_remove(&client->leases, lease, dhcp6snooping_attr_binding_free);
     if (client->leases.count == 0)
         dhcp6snooping_delete_avlnode(client->mac);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "l2/dhcp6snooping/clients/vlanlist.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "platform/libsmd.h"
@@ -17,16 +18,9 @@ uint32_t dhcp6L2Relay = 0;
 
 namespace {
 
-constexpr uint32_t VLAN_FIRST = 1;
-constexpr uint32_t VLAN_LAST = 4094;
-
 bool port_settable(uint32_t port) { return port >= 1 && port <= DHCP6SNOOPING_PORTS; }
 
 bool port_on_device(uint32_t port) { return port >= 1 && port <= std::min(gul_max_port_num, DHCP6SNOOPING_PORTS); }
-
-bool vlan_valid(uint32_t vlan) { return vlan >= VLAN_FIRST && vlan <= VLAN_LAST; }
-
-bool vlan_listed(const uint8_t *vlan_list, uint32_t vlan) { return (vlan_list[vlan / 8] & (0x80 >> (vlan % 8))) != 0; }
 
 void add_one(uint16_t *count) {
     if (*count < UINT16_MAX)

@@ -10,8 +10,7 @@
 
 inline constexpr uint32_t DHCP6SNOOPING_PORTS = 28;
 inline constexpr uint32_t DHCP6SNOOPING_VLANS = 4096;
-inline constexpr uint32_t DHCP6SNOOPING_VLAN_LIST_SIZE = 512; // bytes; VLAN v is bit 0x80 >> (v % 8) of byte v / 8
-inline constexpr uint32_t DHCP6SNOOPING_LIMIT_MAX = 2048;     // the size of the client pool, and the default
+inline constexpr uint32_t DHCP6SNOOPING_LIMIT_MAX = 2048; // the size of the client pool, and the default
 inline constexpr uint32_t DHCP6SNOOPING_REFUSED = 0xFFFFFFFFu;
 
 extern uint32_t dhcp6SnoopingTrustPort[DHCP6SNOOPING_PORTS];     // 1 = trusted, servers may live there

@@ -6,6 +6,7 @@
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/main/trace.h"
 #include "l2/dhcp6snooping/packet/lease.h"
+#include "l2/dhcp6snooping/sourceguard/filters.h"
 
 Dhcp6SnoopingNode gDhcp6SnoopingAvlNode[DHCP6SNOOPING_CLIENTS_MAX];
 LstList listDhcp6SnoopingAvlNode;
@@ -24,6 +25,17 @@ uint64_t mac_number(const uint8_t *mac) {
         low = __builtin_bswap16(low);
     }
     return (uint64_t{high} << 16) | low;
+}
+
+// A client that was never acknowledged has no filters.
+void withdraw_filters(const Dhcp6SnoopingNode *node) {
+    if (node->acked != 1)
+        return;
+    for (uint32_t slot = 0; slot < node->leases.count; ++slot) {
+        const Dhcp6LeaseAttr *lease = dhcp6snooping_lease_at(&node->leases, slot);
+        if (lease != nullptr)
+            dhcp6snooping_lease_filter_remove(node, lease, node->port - 1);
+    }
 }
 
 } // namespace
@@ -97,6 +109,7 @@ uint32_t dhcp6snooping_delete_avlnode(const uint8_t *mac) {
         dhcp6snooping_uncount_client(node->port - 1, node->vlan);
         node->counted = 0;
     }
+    withdraw_filters(node);
     dhcp6snooping_attr_array_free(&node->leases, dhcp6snooping_attr_binding_free);
     memset(static_cast<void *>(node), 0, sizeof *node);
     lstAdd(&listDhcp6SnoopingAvlNode, node);

@@ -6,6 +6,9 @@
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/queries.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "l2/dhcp6snooping/sourceguard/bindings.h"
+#include "l2/dhcp6snooping/sourceguard/exemption.h"
+#include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "platform/libsmd.h"
 
 namespace {
@@ -30,6 +33,13 @@ bool take_u32(const SmdRmArg &argument, uint32_t *number) {
     if (argument.data == nullptr)
         return false;
     memcpy(number, argument.data, sizeof *number);
+    return true;
+}
+
+bool take_address(const SmdRmArg &argument, Ip6Address *address) {
+    if (argument.data == nullptr)
+        return false;
+    memcpy(address->bytes, argument.data, sizeof address->bytes);
     return true;
 }
 
@@ -58,6 +68,22 @@ int32_t dhcp6snoopingWrap_port_mode_get(void *, SmdRmArg *argv, uint32_t argc) {
     if (!begin_call("dhcp6snoopingWrap_port_mode_get", argv, argc, 2) || !take_u32(argv[0], &port))
         return DH6S_BAD_ARGUMENTS;
     return static_cast<int32_t>(dhcp6snooping_port_mode_get(port, static_cast<uint32_t *>(argv[1].data)));
+}
+
+int32_t dhcp6snoopingWrap_set_ip6_source_guard_port_mode(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t port = 0;
+    uint32_t mode = 0;
+    if (!begin_call("dhcp6snoopingWrap_set_ip6_source_guard_port_mode", argv, argc, 2) || !take_u32(argv[0], &port) ||
+        !take_u32(argv[1], &mode))
+        return DH6S_BAD_ARGUMENTS;
+    return set_ip6_source_guard_port_mode(port, mode);
+}
+
+int32_t dhcp6snoopingWrap_get_ip6_source_guard_port_mode(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t port = 0;
+    if (!begin_call("dhcp6snoopingWrap_get_ip6_source_guard_port_mode", argv, argc, 2) || !take_u32(argv[0], &port))
+        return DH6S_BAD_ARGUMENTS;
+    return get_ip6_source_guard_port_mode(port, static_cast<uint32_t *>(argv[1].data));
 }
 
 int32_t dhcp6snoopingWrap_port_maxclients(void *, SmdRmArg *argv, uint32_t argc) {
@@ -112,6 +138,78 @@ int32_t dhcp6snoopingWrap_vlan_maxclients_get(void *, SmdRmArg *argv, uint32_t a
         return DH6S_BAD_ARGUMENTS;
     return static_cast<int32_t>(
         dhcp6snooping_vlan_maxclients_get(vlan, static_cast<uint32_t *>(argv[1].data), static_cast<uint32_t *>(argv[2].data)));
+}
+
+// The number is the call's answer in the buffer, not its result.
+int32_t dhcp6snoopingWrap_ip6_source_guard_bind_entry_num_get(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_bind_entry_num_get", argv, argc, 1) || argv[0].data == nullptr)
+        return DH6S_BAD_ARGUMENTS;
+    const uint32_t number = ip6_source_guard_bind_entry_num_get();
+    memcpy(argv[0].data, &number, sizeof number);
+    return 0;
+}
+
+int32_t dhcp6snoopingWrap_ip6_source_guard_bind_node_add(void *, SmdRmArg *argv, uint32_t argc) {
+    Ip6Address address;
+    uint32_t port = 0;
+    uint32_t vlan = 0;
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_bind_node_add", argv, argc, 4) || !take_address(argv[0], &address) ||
+        !take_u32(argv[2], &port) || !take_u32(argv[3], &vlan))
+        return DH6S_BAD_ARGUMENTS;
+    return ip6_source_guard_bind_node_add(address, static_cast<uint8_t *>(argv[1].data), port, vlan);
+}
+
+int32_t dhcp6snoopingWrap_ip6_source_guard_bind_node_check(void *, SmdRmArg *argv, uint32_t argc) {
+    Ip6Address address;
+    uint32_t port = 0;
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_bind_node_check", argv, argc, 3) || !take_address(argv[0], &address) ||
+        !take_u32(argv[2], &port))
+        return DH6S_BAD_ARGUMENTS;
+    return ip6_source_guard_bind_node_check(address, static_cast<uint8_t *>(argv[1].data), port);
+}
+
+int32_t dhcp6snoopingWrap_ip6_source_guard_bind_node_delete(void *, SmdRmArg *argv, uint32_t argc) {
+    Ip6Address address;
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_bind_node_delete", argv, argc, 1) || !take_address(argv[0], &address))
+        return DH6S_BAD_ARGUMENTS;
+    return ip6_source_guard_bind_node_delete(address);
+}
+
+int32_t dhcp6snoopingWrap_ip6_source_guard_bind_node_delete_all(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_bind_node_delete_all", argv, argc, 0))
+        return DH6S_BAD_ARGUMENTS;
+    return ip6_source_guard_bind_node_delete_all();
+}
+
+int32_t dhcp6snoopingWrap_ip6_source_guard_bind_node_get(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t start = 0;
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_bind_node_get", argv, argc, 4) || !take_u32(argv[0], &start))
+        return DH6S_BAD_ARGUMENTS;
+    return ip6_source_guard_bind_node_get(static_cast<uint16_t>(start), static_cast<uint16_t *>(argv[1].data),
+                                          static_cast<uint16_t *>(argv[2].data),
+                                          static_cast<Ip6SourceGuardBindNode *>(argv[3].data));
+}
+
+int32_t dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip(void *, SmdRmArg *argv, uint32_t argc) {
+    Ip6Address address;
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip", argv, argc, 2) ||
+        !take_address(argv[0], &address))
+        return DH6S_BAD_ARGUMENTS;
+    return ip6_source_guard_bind_node_get_by_ip(address, static_cast<Ip6SourceGuardBindNode *>(argv[1].data));
+}
+
+int32_t dhcp6snoopingWrap_ip6_source_guard_vlanlist_config(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t operation = 0;
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_vlanlist_config", argv, argc, 3) || !take_u32(argv[0], &operation))
+        return DH6S_BAD_ARGUMENTS;
+    return ip6_source_guard_vlanlist_config(static_cast<int32_t>(operation), static_cast<uint8_t *>(argv[1].data),
+                                            static_cast<uint8_t *>(argv[2].data));
+}
+
+int32_t dhcp6snoopingWrap_no_ip6_source_guard_vlanlist_get(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_no_ip6_source_guard_vlanlist_get", argv, argc, 1))
+        return DH6S_BAD_ARGUMENTS;
+    return no_ip6_source_guard_vlanlist_get(static_cast<uint8_t *>(argv[0].data));
 }
 
 int32_t dhcp6snoopingWrap_delete_by_port(void *, SmdRmArg *argv, uint32_t argc) {
@@ -179,6 +277,10 @@ constexpr RemoteCall REMOTE_CALLS[] = {
     {DH6S_FUNC_STOP, dhcp6snoopingWrap_stop, "DH6S_FUNC_STOP", "dhcp6snoopingWrap_stop"},
     {DH6S_FUNC_PORT_MODE_SET, dhcp6snoopingWrap_port_mode, "DH6S_FUNC_PORT_MODE_SET", "dhcp6snoopingWrap_port_mode"},
     {DH6S_FUNC_PORT_MODE_GET, dhcp6snoopingWrap_port_mode_get, "DH6S_FUNC_PORT_MODE_GET", "dhcp6snoopingWrap_port_mode_get"},
+    {DH6S_FUNC_SET_IP6_SOURCE_GUARD_PORT_MODE, dhcp6snoopingWrap_set_ip6_source_guard_port_mode,
+     "DH6S_FUNC_SET_IP6_SOURCE_GUARD_PORT_MODE", "dhcp6snoopingWrap_set_ip6_source_guard_port_mode"},
+    {DH6S_FUNC_GET_IP6_SOURCE_GUARD_PORT_MODE, dhcp6snoopingWrap_get_ip6_source_guard_port_mode,
+     "DH6S_FUNC_GET_IP6_SOURCE_GUARD_PORT_MODE", "dhcp6snoopingWrap_get_ip6_source_guard_port_mode"},
     {DH6S_FUNC_PORT_MAX_CLIENTS_SET, dhcp6snoopingWrap_port_maxclients, "DH6S_FUNC_PORT_MAX_CLIENTS_SET",
      "dhcp6snoopingWrap_port_maxclients"},
     {DH6S_FUNC_PORT_MAX_CLIENTS_GET, dhcp6snoopingWrap_port_maxclients_get, "DH6S_FUNC_PORT_MAX_CLIENTS_GET",
@@ -192,6 +294,24 @@ constexpr RemoteCall REMOTE_CALLS[] = {
     {DH6S_FUNC_PORT_INFO_GET, dhcp6snoopingWrap_PortInfoGet, "DH6S_FUNC_PORT_INFO_GET", "dhcp6snoopingWrap_PortInfoGet"},
     {DH6S_FUNC_VLAN_MAXCLIENTS_GET, dhcp6snoopingWrap_vlan_maxclients_get, "DH6S_FUNC_VLAN_MAXCLIENTS_GET",
      "dhcp6snoopingWrap_vlan_maxclients_get"},
+    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_ENTRY_NUM_GET, dhcp6snoopingWrap_ip6_source_guard_bind_entry_num_get,
+     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_ENTRY_NUM_GET", "dhcp6snoopingWrap_ip6_source_guard_bind_entry_num_get"},
+    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_ADD, dhcp6snoopingWrap_ip6_source_guard_bind_node_add,
+     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_ADD", "dhcp6snoopingWrap_ip6_source_guard_bind_node_add"},
+    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_CHECK, dhcp6snoopingWrap_ip6_source_guard_bind_node_check,
+     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_CHECK", "dhcp6snoopingWrap_ip6_source_guard_bind_node_check"},
+    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE, dhcp6snoopingWrap_ip6_source_guard_bind_node_delete,
+     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE", "dhcp6snoopingWrap_ip6_source_guard_bind_node_delete"},
+    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE_ALL, dhcp6snoopingWrap_ip6_source_guard_bind_node_delete_all,
+     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE_ALL", "dhcp6snoopingWrap_ip6_source_guard_bind_node_delete_all"},
+    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET, dhcp6snoopingWrap_ip6_source_guard_bind_node_get,
+     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET", "dhcp6snoopingWrap_ip6_source_guard_bind_node_get"},
+    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET_BY_IP, dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip,
+     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET_BY_IP", "dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip"},
+    {DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG, dhcp6snoopingWrap_ip6_source_guard_vlanlist_config,
+     "DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG", "dhcp6snoopingWrap_ip6_source_guard_vlanlist_config"},
+    {DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET, dhcp6snoopingWrap_no_ip6_source_guard_vlanlist_get,
+     "DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET", "dhcp6snoopingWrap_no_ip6_source_guard_vlanlist_get"},
     {DH6S_FUNC_DELETE_BY_PORT, dhcp6snoopingWrap_delete_by_port, "DH6S_FUNC_DELETE_BY_PORT",
      "dhcp6snoopingWrap_delete_by_port"},
     {DH6S_FUNC_DELETE_BY_IP, dhcp6snoopingWrap_delete_by_ip, "DH6S_FUNC_DELETE_BY_IP", "dhcp6snoopingWrap_delete_by_ip"},

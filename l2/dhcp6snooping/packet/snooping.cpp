@@ -9,6 +9,7 @@
 #include "l2/dhcp6snooping/packet/lease.h"
 #include "l2/dhcp6snooping/packet/option.h"
 #include "l2/dhcp6snooping/packet/relay.h"
+#include "l2/dhcp6snooping/sourceguard/filters.h"
 #include "platform/libcommon.h"
 #include "platform/libvos.h"
 
@@ -130,6 +131,8 @@ void forget_lease(const SnoopedMessage &message, Dhcp6SnoopingNode *client, cons
     Dhcp6LeaseAttr *held = dhcp6snooping_lease_find(&client->leases, given_back);
     if (held == nullptr)
         return;
+    // The receiving port decides here, where a REPLY asks the port of the record.
+    dhcp6snooping_lease_filter_remove(client, held, message.port);
     char mac_text[MAC_TEXT_SIZE];
     dhcp6snooping_debug_printf("\r\n receive dhcpv6 %s msg, delete user: mac %s", message.type_name,
                                dhcp6snooping_mac_to_str(client->mac, mac_text));
@@ -168,6 +171,15 @@ void learn_lease(Dhcp6SnoopingNode *client, const Dhcp6LeaseAttr *granted) {
         dhcp6snooping_attr_array_add(&client->leases, granted, sizeof *granted);
 }
 
+// All of them, old and new: what the filter hardware lost is asked for again with every renewal.
+void open_leases(const Dhcp6SnoopingNode *client) {
+    for (uint32_t slot = 0; slot < client->leases.count; ++slot) {
+        const Dhcp6LeaseAttr *lease = dhcp6snooping_lease_at(&client->leases, slot);
+        if (lease != nullptr)
+            dhcp6snooping_lease_filter_install(client, lease);
+    }
+}
+
 void learn_leases(const SnoopedMessage &message, Dhcp6SnoopingNode *client, const char *mac_text) {
     Dhcp6IaResult parsed{};
     if (dhcp6snooping_parse_addr_and_prefix_option(&parsed, message.options, message.options_len, 1) != 0) {
@@ -176,6 +188,7 @@ void learn_leases(const SnoopedMessage &message, Dhcp6SnoopingNode *client, cons
         client->last_update = vosUpSeconds();
         client->acked = 1;
         dhcp6snooping_debug_printf("\r\n dhcpv6 %s msg to user: mac %s", message.type_name, mac_text);
+        open_leases(client);
     }
     dhcp6snooping_attr_array_free(&parsed.leases, dhcp6snooping_attr_binding_free);
 }

@@ -1,0 +1,286 @@
+#include "platform/linux/guard.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <span>
+
+#include "platform/linux/guarddenial.h"
+#include "platform/linux/guardkeys.h"
+#include "platform/linux/ipv6walk.h"
+#include "platform/linux/loop.h"
+#include "platform/linux/nftset.h"
+#include "platform/linux/ports.h"
+#include "platform/linux/vlans.h"
+
+LinuxGuardPlaces linuxGuardPlaces;
+
+namespace {
+
+constexpr uint32_t COMMIT_AFTER = 512; // filters rewritten in one batch
+
+AvlTree filters;
+bool discoveryOpen;
+bool unsettled;          // the kernel refused the last rewriting, or a part of it
+uint32_t foreignTagType; // Ethernet type of tags that are payload to the bridge, 0 for none; as written
+
+int32_t compareKeys(const void *key, const void *node) {
+    return memcmp(key, &static_cast<const LinuxGuardFilter *>(node)->key, sizeof(LinuxGuardKey));
+}
+
+LinuxGuardFilter *find(const LinuxGuardKey *key) {
+    return static_cast<LinuxGuardFilter *>(avlSearch(&filters, key, compareKeys));
+}
+
+bool hasPort(const LinuxGuardKey *key) { return key->kind == LINUX_FILTER_PORT || key->kind == LINUX_FILTER_PORT_VLAN; }
+
+LinuxGuardPlace placeNow(uint32_t port0) {
+    const uint32_t bridgeLink = linuxBridgeLink(port0);
+    const uint32_t link = bridgeLink == LINUX_NO_LINK ? port0 : bridgeLink; // guarded before it enters the bridge
+    return {.ifindex = linuxLinks[link].ifindex, .native = linuxVlanNative(link)};
+}
+
+// ---- elements ------------------------------------------------------------------------------------------------------
+
+std::span<const uint8_t> keyOf(const LinuxGuardElement &element) { return {element.key, element.length}; }
+
+bool isOneOf(const LinuxGuardElement &element, const LinuxGuardElements &elements) {
+    for (uint32_t i = 0; i < elements.count; ++i)
+        if (strcmp(element.set, elements.element[i].set) == 0 && std::ranges::equal(keyOf(element), keyOf(elements.element[i])))
+            return true;
+    return false;
+}
+
+LinuxGuardElements elementsOf(const LinuxGuardKey *key) {
+    LinuxGuardElements elements;
+    linuxGuardElements(key, hasPort(key) ? linuxGuardPlaces[key->port - 1] : LinuxGuardPlace{}, &elements);
+    return elements;
+}
+
+// Whether the same filter of another port, a member of the same bond, is written as the same element.
+bool sharedElement(const LinuxGuardKey *key, const LinuxGuardElement &element) {
+    if (!hasPort(key))
+        return false;
+    LinuxGuardKey other = *key;
+    for (other.port = 1; other.port <= LINUX_PORTS_MAX; ++other.port)
+        if (other.port != key->port && linuxGuardPlaces[other.port - 1].ifindex != 0 && find(&other) != nullptr &&
+            isOneOf(element, elementsOf(&other)))
+            return true;
+    return false;
+}
+
+void queueFilterIn(const LinuxGuardKey *key) {
+    const LinuxGuardElements elements = elementsOf(key);
+    for (uint32_t i = 0; i < elements.count; ++i)
+        linuxNftAdd(elements.element[i].set, keyOf(elements.element[i]));
+}
+
+void queueFilterOut(const LinuxGuardKey *key, const LinuxGuardElements &elements, bool strict) {
+    for (uint32_t i = 0; i < elements.count; ++i)
+        if (!sharedElement(key, elements.element[i]))
+            (strict ? linuxNftRemove : linuxNftDrop)(elements.element[i].set, keyOf(elements.element[i]));
+}
+
+// ---- following the ports -------------------------------------------------------------------------------------------
+
+// Ports that have another place now, or whose elements are not all where they should be.
+struct Moves {
+    std::array<bool, LINUX_PORTS_MAX> moved;
+    LinuxGuardPlaces from;
+    uint32_t count; // of interfaces that are touched
+    std::array<LinuxGuardDenialChange, 2 * LINUX_PORTS_MAX> interfaces;
+};
+
+void touch(Moves *moves, uint32_t ifindex) {
+    for (uint32_t i = 0; i < moves->count; ++i)
+        if (moves->interfaces[i].ifindex == ifindex)
+            return;
+    if (ifindex != 0)
+        moves->interfaces[moves->count++] = {
+            .ifindex = ifindex, .before = linuxGuardDenial(ifindex), .after = {}, .certain = !unsettled};
+}
+
+// Finds out what has moved, and takes the new places over. False when nothing has.
+bool takePlaces(Moves *moves) {
+    LinuxGuardPlaces now;
+    bool any = false;
+    for (uint32_t port0 = 0; port0 < LINUX_PORTS_MAX; ++port0) {
+        now[port0] = placeNow(port0);
+        const LinuxGuardPlace &was = linuxGuardPlaces[port0];
+        moves->moved[port0] = unsettled || was.ifindex != now[port0].ifindex || was.native != now[port0].native;
+        any = any || moves->moved[port0];
+    }
+    for (uint32_t port0 = 0; port0 < LINUX_PORTS_MAX; ++port0) {
+        if (!moves->moved[port0])
+            continue;
+        touch(moves, linuxGuardPlaces[port0].ifindex);
+        touch(moves, now[port0].ifindex);
+        if (linuxGuardPlaces[port0].ifindex != now[port0].ifindex)
+            linuxGuardKeepCount(port0);
+    }
+    moves->from = linuxGuardPlaces;
+    linuxGuardPlaces = now;
+    for (uint32_t i = 0; i < moves->count; ++i)
+        moves->interfaces[i].after = linuxGuardDenial(moves->interfaces[i].ifindex);
+    return any;
+}
+
+void queueMove(const LinuxGuardKey *key, const Moves &moves, bool in) {
+    if (in) {
+        queueFilterIn(key);
+        return;
+    }
+    LinuxGuardElements old;
+    LinuxGuardElements gone = {};
+    linuxGuardElements(key, moves.from[key->port - 1], &old);
+    for (uint32_t i = 0; i < old.count; ++i)
+        if (!isOneOf(old.element[i], elementsOf(key)))
+            gone.element[gone.count++] = old.element[i];
+    queueFilterOut(key, gone, false);
+}
+
+// Takes the filters of all moved ports out of their old places, or puts them into the new ones, in batches.
+int32_t moveFilters(const Moves &moves, bool in) {
+    int32_t first = 0;
+    uint32_t queued = 0;
+    linuxNftBegin();
+    for (const LinuxGuardFilter *filter = linuxGuardNext(nullptr); filter != nullptr; filter = linuxGuardNext(&filter->key)) {
+        if (!hasPort(&filter->key) || !moves.moved[filter->key.port - 1])
+            continue;
+        queueMove(&filter->key, moves, in);
+        if (++queued % COMMIT_AFTER != 0)
+            continue;
+        const int32_t error = linuxNftCommit();
+        first = first == 0 ? error : first;
+        linuxNftBegin();
+    }
+    const int32_t error = linuxNftCommit();
+    return first == 0 ? error : first;
+}
+
+int32_t moveDenials(const Moves &moves, bool stricter) {
+    linuxNftBegin();
+    for (uint32_t i = 0; i < moves.count; ++i) {
+        if (stricter)
+            linuxGuardQueueStricter(moves.interfaces[i]);
+        else
+            linuxGuardQueueLooser(moves.interfaces[i], false);
+    }
+    return linuxNftCommit();
+}
+
+// A bridge that filters VLANs takes tags of one type; others are payload to it, and their frames belong to the native VLAN.
+int32_t followTagType() {
+    const uint32_t other = linuxBridge.vlanTpid == LINUX_TPID_8021Q ? LINUX_TPID_8021AD : LINUX_TPID_8021Q;
+    const uint32_t foreign = linuxBridge.vlanFiltering != 0 ? other : 0;
+    if (foreign == foreignTagType)
+        return 0;
+    const uint8_t key[2] = {static_cast<uint8_t>(foreign >> 8), static_cast<uint8_t>(foreign)};
+    linuxNftBegin();
+    linuxNftEmpty("foreign_tag");
+    if (foreign != 0)
+        linuxNftAdd("foreign_tag", key);
+    const int32_t error = linuxNftCommit();
+    if (error == 0)
+        foreignTagType = foreign;
+    return error;
+}
+
+} // namespace
+
+int32_t linuxGuardFilterAdd(const LinuxGuardKey *key) {
+    if (hasPort(key) && !linuxPortExists(key->port))
+        return -ENODEV;
+    if (key->kind == LINUX_FILTER_PORT_VLAN && (key->vlan < 1 || key->vlan > LINUX_VLAN_MAX))
+        return -EINVAL;
+    if (find(key) != nullptr)
+        return 0;
+    auto *filter = static_cast<LinuxGuardFilter *>(calloc(1, sizeof(LinuxGuardFilter)));
+    if (filter == nullptr)
+        return -ENOMEM;
+    linuxNftBegin();
+    queueFilterIn(key);
+    const int32_t error = linuxNftCommit();
+    if (error != 0) {
+        free(filter);
+        return error;
+    }
+    filter->key = *key;
+    avlInsert(&filters, filter, key, compareKeys);
+    return 0;
+}
+
+int32_t linuxGuardFilterRemove(const LinuxGuardKey *key) {
+    if (find(key) == nullptr)
+        return -ENOENT;
+    int32_t error = 0;
+    for (const bool strict : {true, false}) {
+        linuxNftBegin();
+        queueFilterOut(key, elementsOf(key), strict);
+        const int32_t refused = linuxNftCommit();
+        error = error == 0 ? refused : error;
+        if (refused != -ENOENT)
+            break;
+    }
+    // An element that somebody else took away is gone all the same, and the other one now too.
+    if (error != 0 && error != -ENOENT)
+        return error;
+    free(avlDelete(&filters, key, compareKeys));
+    return error;
+}
+
+int32_t linuxGuardNeighbourDiscovery(bool open) {
+    constexpr uint8_t DISCOVERY[] = {133, 134, 135, 136, 137}; // solicitations, advertisements, redirect
+    constexpr uint8_t LISTENER[] = {131, 132, 143};            // reports and done
+    if (open == discoveryOpen)
+        return open ? 0 : -ENOENT;
+    linuxNftBegin();
+    if (open) {
+        for (const uint8_t &type : DISCOVERY)
+            linuxNftAdd("nd_types", {&type, 1});
+        for (const uint8_t &type : LISTENER)
+            linuxNftAdd("mld_types", {&type, 1});
+    } else {
+        linuxNftEmpty("nd_types");
+        linuxNftEmpty("mld_types");
+    }
+    const int32_t error = linuxNftCommit();
+    if (error == 0)
+        discoveryOpen = open;
+    return error;
+}
+
+// What closes comes first and what opens last, so that at no moment more passes than is wanted before or after.
+void linuxGuardSettle() {
+    static Moves moves;
+    moves = {};
+    int32_t errors[5] = {followTagType(), 0, 0, 0, 0};
+    if (takePlaces(&moves)) {
+        errors[1] = moveDenials(moves, true);
+        errors[2] = moveFilters(moves, false);
+        errors[3] = moveFilters(moves, true);
+        errors[4] = moveDenials(moves, false);
+    }
+    const int32_t *error = std::ranges::find_if(errors, [](int32_t status) { return status != 0; });
+    const bool failed = error != std::end(errors);
+    if (failed && !unsettled)
+        linuxLog("cannot rewrite source-guard filters after a change of interfaces or VLANs, tried again at the next one: %s",
+                 strerror(-*error));
+    unsettled = failed;
+}
+
+const LinuxGuardFilter *linuxGuardNext(const LinuxGuardKey *after) {
+    return static_cast<const LinuxGuardFilter *>(after == nullptr ? avlMinimumGet(&filters)
+                                                                  : avlSuccessorGet(&filters, after, compareKeys));
+}
+
+bool linuxGuardInKernel(const LinuxGuardKey *key) {
+    const LinuxGuardElements elements = elementsOf(key);
+    for (uint32_t i = 0; i < elements.count; ++i)
+        if (linuxNftGet(elements.element[i].set, keyOf(elements.element[i]), nullptr) != 0)
+            return false;
+    return elements.count != 0;
+}

@@ -1,0 +1,39 @@
+#pragma once
+// Interfaces that the source guard has closed: what the ports on an interface want of it together, and what has to change in
+// the kernel when that changes. Usually an interface is one port; a bond is one interface for all its members, and one closed
+// member closes it.
+//
+// Owns which ports are closed and which VLANs are exempt, and what was counted on interfaces that a port has left.
+
+#include <array>
+
+#include "platform/linux/guardkeys.h"
+#include "platform/linux/switchfile.h"
+
+using LinuxGuardPlaces = std::array<LinuxGuardPlace, LINUX_PORTS_MAX>;
+
+extern LinuxGuardPlaces linuxGuardPlaces; // by port index: where each port's elements are; guard.cpp's
+
+struct LinuxGuardDenial {
+    bool closed;
+    bool raClosed; // to router advertisements and redirects as well
+    bool exempt;   // frames without a tag pass: they belong to an exempt VLAN
+};
+
+struct LinuxGuardDenialChange {
+    uint32_t ifindex;
+    LinuxGuardDenial before;
+    LinuxGuardDenial after;
+    bool certain; // the kernel has what `before` says
+};
+
+// What is wanted of an interface now.
+[[nodiscard]] LinuxGuardDenial linuxGuardDenial(uint32_t ifindex);
+
+// Queue the part of a change that lets less through, and the part that lets more through. A strict one fails when the interface
+// is not closed in the kernel.
+void linuxGuardQueueStricter(const LinuxGuardDenialChange &change);
+void linuxGuardQueueLooser(const LinuxGuardDenialChange &change, bool strict);
+
+// Keeps what was counted for a port (by index) on the interface that it is about to leave.
+void linuxGuardKeepCount(uint32_t port0);
