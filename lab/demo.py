@@ -126,7 +126,8 @@ def rogue(stage):
 
 def own(stage, port, address, have=True):
     """The host behind a port has the address, or has it no longer."""
-    words = ("ip", "-6", "addr", "add" if have else "del", f"{address}/128", "dev", "eth0")
+    # No duplicate address detection: it would find the address that an impostor takes.
+    words = ("ip", "-6", "addr", "add" if have else "del", f"{address}/128", "dev", "eth0", *(("nodad",) if have else ()))
     print(f"    host{port}> {' '.join(words)}")
     netns.run(stage.switch.host(port), *words)
 
@@ -137,7 +138,10 @@ def pings(stage, port, source, wait):
     arrived = echoes(stage)
     words = ("ping", "-6", "-n", "-c", "2", "-i", "0.1", "-W", wait, "-I", source, SERVER)
     print(f"    host{port}> {' '.join(words)}")
-    said = netns.run(stage.switch.host(port), *words, check=False)
+    done = subprocess.run(netns.command(stage.switch.host(port), words), capture_output=True, text=True, check=False)
+    said = done.stdout
+    if "received" not in said:
+        raise AssertionError(f"ping did not run: {said}{done.stderr}")
     print(textwrap.indent(next(line for line in said.splitlines() if "received" in line), "    "))
     return said.count(" bytes from "), echoes(stage) - arrived
 
