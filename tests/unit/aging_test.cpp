@@ -183,7 +183,9 @@ TEST_F(AgingTest, DeletionsDoNotBreakTheWalk) {
         if (i % 3 == 0)
             expected.push_back(mac);
     }
+    const uint32_t before = recordingCount("vosUpSeconds");
     pass(10);
+    EXPECT_EQ(recordingCount("vosUpSeconds") - before, 9u) << "every client is visited once";
     EXPECT_EQ(tableMacs(), expected);
     EXPECT_EQ(recordingTraces.size(), 6u);
     EXPECT_EQ(recordingTraces[1], "\r\n dhcpv6 snooping timer delete unack user:mac 02:00:00:00:00:03.");
