@@ -57,7 +57,21 @@ void writeSwitch(Page *page, uint32_t) {
     put(page, &record);
 }
 
-LinuxPortStatus portStatus(uint32_t port0) {
+// One record for every port of the switch; `add` makes it and puts it.
+void eachPort(Page *page, uint32_t start, void (*add)(Page *page, uint32_t port0)) {
+    for (uint32_t p = start; p < linuxSwitch.portMax; p++) {
+        if (!linuxPortExists(p + 1)) {
+            continue;
+        }
+        if (!fits(*page)) {
+            page->head.next = p;
+            return;
+        }
+        add(page, p);
+    }
+}
+
+void addPort(Page *page, uint32_t port0) {
     LinuxPortStatus record{};
     uint32_t link = linuxBridgeLink(port0);
     record.number = port0 + 1;
@@ -68,41 +82,25 @@ LinuxPortStatus portStatus(uint32_t port0) {
     record.forwarding = linuxPortReceives(port0) ? 1 : 0;
     record.nativeVlan = link == LINUX_NO_LINK ? 0 : linuxVlanNative(link);
     record.trunk = linuxPortTrunk(port0);
-    return record;
+    put(page, &record);
 }
 
-LinuxPortCounters portCounters(uint32_t port0) {
+void addCounters(Page *page, uint32_t port0) {
     linuxCounters[port0].kernelDropped = linuxCaptureLost(port0);
-    return linuxCounters[port0];
+    put(page, &linuxCounters[port0]);
 }
 
-void writePorts(Page *page, uint32_t start) {
-    for (uint32_t p = start; p < linuxSwitch.portMax; p++) {
-        if (!linuxPortExists(p + 1)) {
-            continue;
-        }
-        if (!fits(*page)) {
-            page->head.next = p;
-            return;
-        }
-        LinuxPortStatus record = portStatus(p);
-        put(page, &record);
-    }
+void addGuard(Page *page, uint32_t port0) {
+    LinuxGuardPortStatus record;
+    linuxGuardPortStatus(port0 + 1, &record);
+    put(page, &record);
 }
 
-void writeCounters(Page *page, uint32_t start) {
-    for (uint32_t p = start; p < linuxSwitch.portMax; p++) {
-        if (!linuxPortExists(p + 1)) {
-            continue;
-        }
-        if (!fits(*page)) {
-            page->head.next = p;
-            return;
-        }
-        LinuxPortCounters record = portCounters(p);
-        put(page, &record);
-    }
-}
+void writePorts(Page *page, uint32_t start) { eachPort(page, start, addPort); }
+
+void writeCounters(Page *page, uint32_t start) { eachPort(page, start, addCounters); }
+
+void writeGuard(Page *page, uint32_t start) { eachPort(page, start, addGuard); }
 
 void writeVlans(Page *page, uint32_t start) {
     for (uint32_t vlan = start; vlan <= LINUX_VLAN_MAX; vlan++) {
@@ -137,21 +135,6 @@ void writeMacs(Page *page, uint32_t start) {
         put(page, &records[i]);
     }
     page->head.next = more ? start + count : 0;
-}
-
-void writeGuard(Page *page, uint32_t start) {
-    for (uint32_t p = start; p < linuxSwitch.portMax; p++) {
-        if (!linuxPortExists(p + 1)) {
-            continue;
-        }
-        if (!fits(*page)) {
-            page->head.next = p;
-            return;
-        }
-        LinuxGuardPortStatus record;
-        linuxGuardPortStatus(p + 1, &record);
-        put(page, &record);
-    }
 }
 
 // Pages count filters; when some come or go between two pages, one may be missing or come twice.
