@@ -4,10 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "bench/load.h"
 #include "fuzz/platform/lean.h"
 #include "l2/dhcp6snooping/clients/aging.h"
+#include "l2/dhcp6snooping/clients/limits.h"
+#include "l2/dhcp6snooping/infoopt/policy.h"
 
 namespace {
 
@@ -18,11 +21,43 @@ struct CountKind {
     uint32_t prepared; // kinds of the life cycle that went before
     LoadKind kind;
     bool repeatable;
+    void (*configure)(); // null: options 18 and 37 are off
 };
 
+void addOption18() { dhcp6_info_option18_enable(1); }
+
+void addBoth() {
+    dhcp6_info_option18_enable(1);
+    dhcp6_info_option37_enable(1);
+}
+
+void addAndRelay() {
+    addOption18();
+    dhcp6snooping_l2Relay_enable(1);
+}
+
+// Host name, port and VLAN, with a character between them.
+void addTemplate() {
+    static Dhcp6InfoIdTemplate idTemplate = {};
+    constexpr uint32_t ELEMENTS[] = {DHCP6_INFO_HOST_NAME, DHCP6_INFO_PORT_NAME, DHCP6_INFO_INNER_VLAN};
+    for (uint32_t k = 0; k < std::size(ELEMENTS); k++) {
+        idTemplate.elementType[k + 1] = ELEMENTS[k];
+        idTemplate.literal[k + 1][0] = '-';
+    }
+    dhcp6_info_id_set(1, DHCP6_INFO_USER_DEFINED, &idTemplate);
+    addOption18();
+}
+
 constexpr CountKind KINDS[] = {
-    {"solicit-new", 0, LOAD_SOLICIT, false}, {"solicit-known", 1, LOAD_SOLICIT, true}, {"reply-new", 1, LOAD_REPLY, false},
-    {"reply-renewal", 2, LOAD_REPLY, true},  {"release", 2, LOAD_RELEASE, false},
+    {"solicit-new", 0, LOAD_SOLICIT, false, nullptr},
+    {"solicit-known", 1, LOAD_SOLICIT, true, nullptr},
+    {"reply-new", 1, LOAD_REPLY, false, nullptr},
+    {"reply-renewal", 2, LOAD_REPLY, true, nullptr},
+    {"release", 2, LOAD_RELEASE, false, nullptr},
+    {"solicit-18", 1, LOAD_SOLICIT, true, addOption18},
+    {"solicit-18-37", 1, LOAD_SOLICIT, true, addBoth},
+    {"solicit-template", 1, LOAD_SOLICIT, true, addTemplate},
+    {"solicit-relayed", 1, LOAD_SOLICIT, true, addAndRelay},
 };
 
 const CountKind *kindOf(const char *name) {
@@ -46,6 +81,8 @@ int countMessages(const CountKind *kind, uint32_t clients, uint32_t messages) {
     loadBuild(clients, 1);
     for (uint32_t prepared = 0; prepared < kind->prepared; prepared++)
         loadDeliverAll(static_cast<LoadKind>(prepared));
+    if (kind->configure != nullptr)
+        kind->configure();
     for (uint32_t i = 0; i < messages; i++)
         loadDeliver(kind->kind, i % clients);
     loadExpectClients(kind->kind == LOAD_RELEASE ? clients - messages : kind->prepared == 0 ? messages : clients);

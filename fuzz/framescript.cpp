@@ -12,6 +12,7 @@
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/queries.h"
 #include "l2/dhcp6snooping/clients/vlanlist.h"
+#include "l2/dhcp6snooping/infoopt/policy.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/sourceguard/bindings.h"
 #include "l2/dhcp6snooping/sourceguard/exemption.h"
@@ -78,6 +79,8 @@ static void setSwitches(uint8_t bits) {
     leanSwitch.sendFails = bits & 8u;
     leanSwitch.clockStep = (bits & 16) != 0 ? 4 : 0;
     leanSwitch.filterFails = bits & 32u;
+    dhcp6_info_option18_enable((bits & 64) != 0 ? 1 : 0);
+    dhcp6_info_option37_enable((bits & 128) != 0 ? 1 : 0);
 }
 
 static void deleteClients(FuzzInput *input) {
@@ -207,8 +210,16 @@ static void changePlatform(FuzzInput *input) {
     }
 }
 
+void scriptResetInformation() {
+    dhcp6_info_id_set(0, DHCP6_INFO_DEFAULT, nullptr);
+    dhcp6_info_id_set(1, DHCP6_INFO_DEFAULT, nullptr);
+    std::memset(dhcp6InfoOptionPolicy.remoteIdValue, 0, DHCP6_INFO_VALUE);
+    std::memset(dhcp6InfoOptionPolicy.interfaceIdValue, 0, DHCP6_INFO_VALUE);
+}
+
 void scriptBegin() {
     leanReset();
+    scriptResetInformation();
     leanSwitch.debug = 1;
     dhcp6snooping_init();
     setSwitches(2 | 4);

@@ -14,18 +14,22 @@ enum ScriptEvent : uint8_t {
     SCRIPT_TRUST = 6,         // u8 port, u8 mode
     SCRIPT_PORT_LIMIT = 7,    // u8 port, u16 clients
     SCRIPT_VLAN_LIMIT = 8,    // u16 VLAN, u16 clients
-    SCRIPT_SWITCHES = 9,      // u8: bit 0 l2-relay, 1 fast-remove, 2 snooping, 3 sends fail, 4 slow clock
-    SCRIPT_LINK = 10,         // u8 port, u8 state
-    SCRIPT_DELETE = 11,       // u8 kind, then what the kind asks for
-    SCRIPT_GUARD = 12,        // u8 port, u8 on
-    SCRIPT_QUERY = 13,        // u8 who: a walk over the clients from there, and one client
-    SCRIPT_VLAN_RESET = 14,   // u16 VLAN
-    SCRIPT_PLATFORM = 15,     // u8 which, then a MAC answer, a member list, a trunk or the number of ports
+    SCRIPT_SWITCHES =
+        9, // u8: bit 0 l2-relay, 1 fast-remove, 2 snooping, 3 sends fail, 4 slow clock, 5 filters fail, 6 and 7 options 18, 37
+    SCRIPT_LINK = 10,       // u8 port, u8 state
+    SCRIPT_DELETE = 11,     // u8 kind, then what the kind asks for
+    SCRIPT_GUARD = 12,      // u8 port, u8 on
+    SCRIPT_QUERY = 13,      // u8 who: a walk over the clients from there, and one client
+    SCRIPT_VLAN_RESET = 14, // u16 VLAN
+    SCRIPT_PLATFORM = 15,   // u8 which, then a MAC answer, a member list, a trunk or the number of ports
     SCRIPT_EVENTS = 16,
 };
 
 // A switch as it comes from the factory, with port 4 trusted and snooping on.
 void scriptBegin();
+
+// The ids of options 18 and 37 as they are after start-up, whatever the last input left.
+void scriptResetInformation();
 
 // Lets the next event happen and checks what must hold. False at the end of the input, or when the script has used up its
 // bound of frames.

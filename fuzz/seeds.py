@@ -66,6 +66,78 @@ def udp(payload, port=547, length=None):
     return struct.pack(">HHHH", 546, port, len(payload) + 8 if length is None else length, 0) + payload
 
 
+# Bits of the first byte of an insertion input.
+OPTION18, OPTION37, RELAY, TWO_TAGS, XPON, LONG_NAME, NO_ANSWERS, LIES = (1 << n for n in range(8))
+BOTH = OPTION18 | OPTION37
+DROP, KEEP, REPLACE = 1, 2, 3
+IPV4, IPV6, DEFAULT, STRING, USER = range(1, 6)
+
+
+def value(kind, data=b""):
+    return b(kind, len(data)) + data
+
+
+def id_template(literal, *elements):
+    """elements: (type, literal) or (13, literal, vlan)."""
+    parts = [b(USER, len(elements), 0, len(literal)) + literal]
+    for kind, text, *vlan in elements:
+        parts.append(b(kind, len(text)) + text + b"".join(b(len(v)) + v for v in vlan))
+    return b"".join(parts)
+
+
+def insertion(bits, kind, options=b"", strategy=REPLACE, ids=(value(DEFAULT), value(DEFAULT)), port=0, vlan=10, behind=0):
+    """ids: of option 37, then of option 18; behind: extension headers of 8 bytes in front of the UDP header."""
+    message = b(kind, 0, 0, 1)
+    return (b(bits, strategy) + ids[0] + ids[1] + struct.pack(">HBBH", vlan, port, 3, 0x2007) + b"HWTC\x00\xff\x12\x34"
+            + b(behind, 0, len(message)) + message + options)  # fmt: skip
+
+
+def piece(code, data):
+    """An option of an insertion input: written out, or (bytes repeated) long."""
+    places = {1: 0, 3: 1, 9: 2, 18: 3, 37: 4}
+    if len(data) < 256:
+        return b(places[code] * 4 + 1, len(data)) + data
+    return b(places[code] * 4 + 2) + struct.pack(">H", len(data)) + data[:1]
+
+
+def insertion_seeds():
+    duid_ll, duid_llt = bytes.fromhex("00030001020000000001"), bytes.fromhex("0001000111223344020000000001")
+    every = id_template(b"x", *((n, b"-") for n in range(1, 13)), (13, b"-", b"10"), *((n, b".") for n in range(14, 18)))
+    yield "empty", b""
+    for kind in range(14):
+        yield f"type-{kind}", insertion(BOTH | RELAY, kind, piece(1, duid_ll))
+    for kind, data in ((IPV4, b"\n\0\0\1"), (IPV6, b"2001:db8::1/64.."), (STRING, b"string"), (STRING, b"s" * 79), (0, b"")):
+        yield f"value-{kind}-{len(data)}", insertion(BOTH, 1, ids=(value(kind, data), value(kind, data)))
+    for bits in (0, XPON, XPON | TWO_TAGS, TWO_TAGS, NO_ANSWERS, LONG_NAME):
+        yield f"template-{bits}", insertion(BOTH | bits, 3, piece(1, duid_llt), ids=(every, every))
+    for vlan, port in ((0, 0), (4095, 0), (10, 27), (10, 28), (10, 39)):
+        yield f"template-vlan-{vlan}-port-{port}", insertion(BOTH, 1, ids=(every, every), vlan=vlan, port=port)
+    for extra in (48, 52, 56, 60, 64):
+        big = id_template(b"a" * 64, *((6, b"b" * 64) for _ in range(6)), (6, b"c" * extra))
+        yield f"template-space-{extra}", insertion(BOTH, 1, ids=(big, big))
+    for vlan in (b"", b"5000", b"-1", b"9" * 33, b"vlan"):
+        text = vlan.decode()
+        yield f"template-vlan-text-{len(text)}", insertion(BOTH, 1, ids=(every, id_template(b"", (13, b"", vlan))))
+    for strategy in range(5):
+        for code in (18, 37):
+            yield f"strategy-{strategy}-{code}", insertion(
+                BOTH | RELAY, 1, piece(1, duid_ll) + piece(code, b"abcdef") + piece(3, bytes(12)), strategy)
+    for length in (0, 1, 4, 5, 6, 7, 44, 255, 300):
+        for counted in (0, 10, 200):
+            data = bytes([1]) * length if length > 5 else bytes(length)
+            data = data[:5] + bytes([counted]) + data[6:] if 5 < length < 256 else data
+            for first, second in ((18, 37), (37, 18)):
+                yield f"replaced-{first}-{length}-{counted}", insertion(BOTH, 1, piece(first, data) + piece(second, b"tail"))
+    for area in (1458, 1459, 1480, 1496):
+        yield f"long-{area}", insertion(RELAY | OPTION18, 1, piece(3, bytes([7]) * (area - 4 - 12)))
+    for length in (1828, 1832):
+        yield f"longest-{length}", insertion(OPTION18, 1, piece(3, bytes([7]) * (length - 8)))
+    for behind in (60, 70, 180, 220):
+        yield f"behind-{behind}", insertion(BOTH | RELAY, 1, piece(3, bytes([7]) * 300), behind=behind)
+    yield "two-tags-relay", insertion(BOTH | RELAY | TWO_TAGS, 5, piece(1, duid_ll))
+    yield "lying-lengths", insertion(BOTH | RELAY | LIES, 6, piece(1, duid_ll))
+
+
 def frame_seeds():
     solicit_frame = headers(17, udp(b(SOLICIT, 0, 0, 1)))
     yield "empty", b""
@@ -186,6 +258,9 @@ def frame_seeds():
     )
     yield "no-ports", b(PLATFORM, 3, 0) + message(SOLICIT, 1, where(1)) + message(REQUEST, 1, where(1), how=UNICAST | 3 << 5)
     yield "unusual-places", b"".join(message(kind, 1, place) for place in range(64, 256, 9) for kind in (SOLICIT, REPLY))
+    for bits in (64, 128, 192, 193):
+        yield f"options-{bits}", b(SWITCHES, ON | bits) + b"".join(message(kind, 1, where(1), how=how)
+                                                                    for kind in range(1, 13) for how in (0, SECOND_TAG))
     yield "sends-fail", b(SWITCHES, ON | 8) + learned(1, [(1, 9)])
     yield "vlan-reset", (
         learned(1, [(1, 99)]) + learned(2, [(2, 99)]) + b(VLAN_RESET, 0, 1) + message(SOLICIT, 3, where(1))
@@ -361,6 +436,9 @@ def remote_seeds():
         + b"".join(call(i, *[(NOTHING, 0)] * n) for i, n in counts)
     )
     yield "daemon-wrong-counts", b(0) + b"".join(call(i, 1, 1, 1, 1) for i in range(37))
+    yield "daemon-information", (
+        b(0) + call(30, 1) + call(31, 1) + b"".join(call(32, n % 2, n % 7, (VLAN_LIST, 0x41)) for n in range(14))
+        + call(35, 1) + b(EVENT) + message(SOLICIT, 1, where(1)) + call(33, (200, 0), (VLAN_LIST, 0), (VLAN_LIST, 0)))
     yield "daemon-lying-length", b(0) + call(2, 4, 1, kind=LYING_CALL) + b(200) + call(2, 4, 1, kind=LYING_CALL) + b(8)
     yield "scribble-each-count", b(1) + b"".join(call(2, *[(SLOT, 1)] * n) for n in range(10))
     yield "scribble-each-size", b(1) + b"".join(call(2, (kind, 1)) for kind in range(32))
@@ -375,6 +453,7 @@ def remote_seeds():
 
 TARGETS = {
     "fuzz_frame": frame_seeds,
+    "fuzz_insertion": insertion_seeds,
     "fuzz_option": option_seeds,
     "fuzz_remote": remote_seeds,
     "fuzz_text": text_seeds,

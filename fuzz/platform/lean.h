@@ -25,6 +25,8 @@ struct LeanSwitch {
     uint32_t debug;                   // non-zero: every trace line is formatted
     uint32_t sendFails;               // non-zero: every send answers -1
     uint32_t filterFails;             // non-zero: every change of a filter answers -1
+    uint32_t identityFails;           // non-zero: questions about names, numbers and addresses go unanswered
+    uint32_t longHostName;            // non-zero: the host name fills its buffer, without a NUL
     LeanMacAnswer macs[LEAN_PLACES];  // by the MAC's last byte modulo LEAN_PLACES
     SmdPortList members[LEAN_PLACES]; // by VLAN modulo LEAN_PLACES
     int32_t trunkOf[LEAN_PORTS];      // by port index; -1 = none

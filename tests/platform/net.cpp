@@ -126,7 +126,8 @@ uint32_t getSWByVLAN(uint32_t vlan) {
 }
 
 int32_t l3ifSwPrimIpGet(uint32_t switchId, uint32_t *ip) {
-    *ip = 0;
+    if (!recordingOddities.failuresLeaveOuts)
+        *ip = 0;
     const auto found = addressBySwitch.find(switchId);
     if (recordingCall("l3ifSwPrimIpGet switch=%u", switchId) || found == addressBySwitch.end())
         return -1;
@@ -135,7 +136,8 @@ int32_t l3ifSwPrimIpGet(uint32_t switchId, uint32_t *ip) {
 }
 
 int32_t l3ifSwPrimIpGetByVid(uint32_t vid, uint32_t *ip) {
-    *ip = 0;
+    if (!recordingOddities.failuresLeaveOuts)
+        *ip = 0;
     const auto found = switchByVlan.find(vid);
     if (recordingCall("l3ifSwPrimIpGetByVid vid=%u", vid) || found == switchByVlan.end())
         return -1;

@@ -14,6 +14,7 @@
 // State is global like the platform's own. recordingReset brings back the start: 28 ports, VLAN 1 without members, nothing
 // learned, clock at 1000, empty transcript, debug lines off.
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <span>
@@ -109,7 +110,26 @@ void recordingTrunk(uint16_t trunk, const std::vector<uint32_t> &ports);
 // lac_get_channel_ag answers this instead, and writes *port0 only when told to.
 void recordingTrunkAnswer(int32_t result, bool writes, uint32_t port0);
 void recordingPortText(uint32_t port, const std::string &text);
+// What smdVDPortSnmpToUser answers; without it, 0, 0 and the port.
+void recordingPortNumbers(uint32_t port, uint32_t a, uint32_t b, uint32_t c);
 void recordingAddress(uint32_t switchId, uint32_t vid, uint32_t ip);
+
+// Who the switch is. A reset makes it "switch", 02:00:00:00:00:fe, 47119, built for nobody.
+struct RecordingIdentity {
+    std::string hostName;
+    std::array<uint8_t, 6> systemMac;
+    uint32_t enterprise;
+    std::string seller; // the only name that oem_type_check knows
+};
+extern RecordingIdentity recordingIdentity;
+
+// Platforms that do not keep their promises, for tests of callers that do not rely on them. All off after a reset.
+struct RecordingOddities {
+    bool failuresLeaveOuts;  // a question that fails does not write what it was asked for
+    bool hostNameUnending;   // a host name that fills the buffer has no end
+    bool anyTextIsIpAddress; // strtoipAddr finds every text valid
+};
+extern RecordingOddities recordingOddities;
 
 // ---- Callbacks that the daemon registered ---------------------------------------------------------------------------
 

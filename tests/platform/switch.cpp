@@ -20,7 +20,12 @@ struct MacEntry {
     uint32_t port;
 };
 
+struct PortNumbers {
+    uint32_t a, b, c;
+};
+
 std::map<std::string, MacEntry> macs; // by VLAN and MAC in hex
+std::map<uint32_t, PortNumbers> portNumbers;
 
 std::string macKey(uint16_t vlan, const uint8_t *mac) { return std::to_string(vlan) + " " + recordingHex(mac, 6); }
 
@@ -50,7 +55,10 @@ void recordingResetSwitch() {
     gul_max_port_num = 28;
     recordingSent.clear();
     macs.clear();
+    portNumbers.clear();
 }
+
+void recordingPortNumbers(uint32_t port, uint32_t a, uint32_t b, uint32_t c) { portNumbers[port] = {a, b, c}; }
 
 void recordingMacOnPort(uint16_t vlan, const uint8_t *mac, uint32_t port) { macs[macKey(vlan, mac)] = {false, 0, port}; }
 
@@ -122,11 +130,13 @@ int32_t smdVDPortExistAndType(uint32_t port, uint32_t *type) {
 }
 
 int32_t smdVDPortSnmpToUser(uint32_t port, uint32_t *a, uint32_t *b, uint32_t *c) {
-    if (recordingQuietCall("smdVDPortSnmpToUser port=%u", port) || port == 0 || port > gul_max_port_num)
+    if (recordingCall("smdVDPortSnmpToUser port=%u", port) || port == 0 || port > gul_max_port_num)
         return -1;
-    *a = 0;
-    *b = 0;
-    *c = port;
+    const auto found = portNumbers.find(port);
+    const PortNumbers numbers = found == portNumbers.end() ? PortNumbers{0, 0, port} : found->second;
+    *a = numbers.a;
+    *b = numbers.b;
+    *c = numbers.c;
     return 0;
 }
 
@@ -147,10 +157,10 @@ void smdDebugPrintf(uint32_t level, const char *fmt, ...) {
 }
 
 int32_t getSysMacAdress(uint8_t mac[6]) {
-    static const uint8_t own[6] = {0x02, 0, 0, 0, 0, 0xFE};
-    memset(mac, 0, sizeof own);
-    if (recordingQuietCall("getSysMacAdress"))
-        return -1;
-    memcpy(mac, own, sizeof own);
-    return 0;
+    const bool fails = recordingCall("getSysMacAdress");
+    if (!fails)
+        memcpy(mac, recordingIdentity.systemMac.data(), 6);
+    else if (!recordingOddities.failuresLeaveOuts)
+        memset(mac, 0, 6);
+    return fails ? -1 : 0;
 }

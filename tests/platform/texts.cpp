@@ -144,6 +144,10 @@ uint32_t vidArray2vlanList(const uint16_t *vids, char (*out)[VLAN_TEXT_MAX], uin
 
 int32_t strtoipAddr(const char *text, uint32_t *address) {
     uint32_t result = 0;
+    if (recordingOddities.anyTextIsIpAddress) {
+        *address = result;
+        return 0;
+    }
     for (uint32_t part = 0; part < 4; part++) {
         const char *start = text;
         uint32_t value = 0;

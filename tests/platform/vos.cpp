@@ -18,6 +18,8 @@ std::vector<RecordingReply> recordingReplies;
 RecordingCallbacks recordingCallbacks;
 uint32_t recordingDebugOn = 0;
 std::string recordingProcessName;
+RecordingIdentity recordingIdentity;
+RecordingOddities recordingOddities;
 
 namespace {
 
@@ -45,6 +47,8 @@ void recordingResetVos() {
     recordingCallbacks = {};
     recordingDebugOn = 0;
     recordingProcessName = "/sbin/snoopd6";
+    recordingIdentity = {.hostName = "switch", .systemMac = {0x02, 0, 0, 0, 0, 0xFE}, .enterprise = 47119, .seller = ""};
+    recordingOddities = {};
 }
 
 void recordingQueueMessage(uint16_t type, const std::vector<uint8_t> &payload) {
@@ -138,8 +142,13 @@ const char *vosProcessGetName(void) {
 
 int32_t vosHostNameGet(char *buf, uint32_t size) {
     const bool fails = recordingCall("vosHostNameGet size=%u", size);
-    if (size != 0)
-        snprintf(buf, size, "%s", fails ? "" : "switch");
+    if (fails && recordingOddities.failuresLeaveOuts)
+        return -1;
+    const std::string name = fails ? "" : recordingIdentity.hostName;
+    if (recordingOddities.hostNameUnending && name.size() >= size)
+        memcpy(buf, name.data(), size);
+    else if (size != 0)
+        snprintf(buf, size, "%s", name.c_str());
     return fails ? -1 : 0;
 }
 
@@ -178,8 +187,11 @@ const char *get_str_by_mid(uint32_t module) {
 int32_t OemInit(void) { return recordingCall("OemInit") ? -1 : 0; }
 
 uint32_t oemPenGet(void) {
-    recordingQuietCall("oemPenGet");
-    return 47119;
+    recordingCall("oemPenGet");
+    return recordingIdentity.enterprise;
 }
 
-int32_t oem_type_check(const char *name) { return recordingQuietCall("oem_type_check name=\"%s\"", name) ? 1 : 0; }
+int32_t oem_type_check(const char *name) {
+    const bool fails = recordingCall("oem_type_check name=\"%s\"", name);
+    return fails || recordingIdentity.seller == name ? 1 : 0;
+}

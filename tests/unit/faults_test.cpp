@@ -5,6 +5,7 @@
 #include "l2/dhcp6snooping/sourceguard/exemption.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "tests/unit/guard.h"
+#include "tests/unit/infoopt.h"
 
 #include <cstring>
 
@@ -23,7 +24,19 @@ void addBindingOf(const std::string &address, const std::string &mac, uint32_t p
     ip6_source_guard_bind_node_add(ip6(address), macBytes(mac).data(), port, 10);
 }
 
-// Start-up, two guarded ports with bindings and an exempt VLAN, an exchange through to RENEW, aging, RELEASE, a relayed REPLY, a port that goes down, remote calls, stop.
+// A client's message that gets both options, with every element in the first, and a relay header.
+void informedLife() {
+    TemplateWords words;
+    for (uint32_t element = 1; element <= 17; element++)
+        words.element(element, "10");
+    dhcp6_info_id_set(1, 5, &words.made);
+    enableOptions({OPTION_18, OPTION_37});
+    receive(fromClient(DHCP6_RENEW, options().clientId().option(37, {1, 2, 3})), 1);
+    enableOptions({});
+}
+
+// Start-up, two guarded ports with bindings and an exempt VLAN, an exchange through to RENEW, options 18 and 37, a relayed
+// REPLY, aging, RELEASE, a port that goes down, remote calls, stop.
 void wholeLife() {
     uint32_t queueId = 0;
     dhcp6snooping_startup("snoopd6", &queueId);
@@ -47,6 +60,7 @@ void wholeLife() {
     ip6_source_guard_bind_node_delete(ip6(A1));
     receive(fromClient(DHCP6_SOLICIT).from(OTHER_CLIENT).to(SERVER), 2);
     dhcp6L2Relay = 1;
+    informedLife();
     receive(frame()
                 .from(SERVER)
                 .to(OTHER_CLIENT)
@@ -75,7 +89,9 @@ void wholeLife() {
 // Tables are set up by the start-up step of the life itself.
 void freshStart() {
     recordingReset();
+    resetInfoPolicy();
     recordingVlan(10, {1, 2, 3, 4});
+    recordingAddress(10, 10, 0xC0A80A01);
     recordingDebugOn = 1;
     dhcp6SnoopingOn = 0;
     dhcp6L2Relay = 0;
@@ -99,7 +115,8 @@ void expectWholeTable(const std::string &what) {
 TEST_F(FaultsTest, WithoutAFaultTheLifeIsAsExpected) {
     wholeLife();
     EXPECT_EQ(tableMacs(), Lines{CLIENT});
-    EXPECT_EQ(recordingSent.size(), 12u);
+    EXPECT_EQ(recordingSent.size(), 13u);
+    EXPECT_EQ(recordingCount("l3ifSwPrimIpGetByVid"), 1u);
     EXPECT_GT(recordingCount("FRM_InstallForwardIp6AddrFilterResource_new"), 3u);
     expectWholeTable("no fault");
 }
@@ -149,6 +166,13 @@ TEST_F(FaultsTest, EveryFunctionFailsAlways) {
                                      "smdCfgRmWrapProcess",
                                      "vosPrintf",
                                      "avlDelete",
+                                     "getSWByVLAN",
+                                     "vosHostNameGet",
+                                     "getSysMacAdress",
+                                     "smdVDPortSnmpToUser",
+                                     "l3ifSwPrimIpGet",
+                                     "l3ifSwPrimIpGetByVid",
+                                     "oem_type_check",
                                      "FRM_OperatePortDenyAllIp6FilterResource",
                                      "FRM_InstallGlobalForwardIcmp6NdFilterResource",
                                      "FRM_RemoveGlobalForwardIcmp6NdFilterResource",

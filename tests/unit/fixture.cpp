@@ -4,12 +4,14 @@
 
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "tests/unit/infoopt.h"
 
 void SnoopingTest::SetUp() {
     recordingReset();
     dhcp6SnoopingOn = 0;
     bDhcp6SnoopingFastRemove = 1;
     dhcp6L2Relay = 0;
+    resetInfoPolicy();
     dhcp6snooping_init();
     recordingVlan(10, {1, 2, 3, 4});
     recordingVlan(20, {1, 2, 3, 4, 5});
@@ -20,6 +22,7 @@ void SnoopingTest::SetUp() {
 
 void SnoopingTest::TearDown() {
     recordingFailNone();
+    resetInfoPolicy();
     dhcp6snooping_delete_allavlnode();
     EXPECT_EQ(listDhcp6SnoopingAvlNode.count, DHCP6SNOOPING_CLIENTS_MAX) << "records lost";
 }

@@ -1,7 +1,7 @@
 // Frames that are shorter than they say, or not what they say: nothing is read outside them, nothing is learned from them.
 
 #include "l2/dhcp6snooping/clients/limits.h"
-#include "tests/unit/fixture.h"
+#include "tests/unit/infoopt.h"
 
 #include <random>
 
@@ -62,6 +62,7 @@ TEST_F(HostileTest, CutAtEveryByte) {
         relayMessage(13, options().relayMessage(message(DHCP6_REPLY, leases))));
     const Frame frames[] = {fromClient(DHCP6_SOLICIT, leases), fromServer(DHCP6_REPLY, leases), relayed,
                             fromClient(DHCP6_RELEASE, leases)};
+    enableOptions({OPTION_18, OPTION_37});
     for (const Frame &f : frames) {
         const Bytes whole = bytesOf(f);
         for (size_t cut = 0; cut <= whole.size(); cut++) {
@@ -80,8 +81,12 @@ TEST_F(HostileTest, AnyBytesFromAnywhere) {
     gul_max_port_num = 40;
     Options leases = options().iaNa(1, 2, options().address("2001:db8::1", 10, 20).address("2001:db8::2", 10, 20));
     leases.iaPd(1, 2, options().prefix("2001:db8:1::", 56, 10, 20)).relayMessage(message(DHCP6_REPLY, leases));
+    leases.option(18, Bytes(8, 9)).option(37, Bytes(12, 20));
     for (int round = 0; round < 10000; round++) {
         dhcp6L2Relay = any() % 2;
+        dhcp6InfoOptionPolicy.option18Enable = any() % 2;
+        dhcp6InfoOptionPolicy.option37Enable = any() % 2;
+        dhcp6InfoOptionPolicy.strategy = 1 + any() % 3;
         const auto type = static_cast<uint8_t>(any() % 16);
         Frame f = any() % 2 == 0 ? fromClient(type, leases) : fromServer(type, leases);
         if (any() % 3 == 0)

@@ -3,13 +3,17 @@
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/queries.h"
 #include "l2/dhcp6snooping/clients/table.h"
+#include "l2/dhcp6snooping/infoopt/context.h"
+#include "l2/dhcp6snooping/infoopt/policy.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/packet/descriptor.h"
 #include "l2/dhcp6snooping/packet/lease.h"
 #include "l2/dhcp6snooping/packet/snooping.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <type_traits>
 
@@ -59,6 +63,42 @@ TEST(LayoutTest, TheDescriptorIsInFieldOrder) {
                           offsetof(Dhcp6PacketDescriptor, info), offsetof(Dhcp6PacketDescriptor, ctl)));
 }
 
+TEST(LayoutTest, TheInfoPolicyIsWhatManagersCopy) {
+    using Policy = Dhcp6InfoOptionPolicy;
+    EXPECT_EQ(sizeof(Policy), 200u);
+    const size_t offsets[] = {
+        offsetof(Policy, strategy),        offsetof(Policy, option37Enable),   offsetof(Policy, remoteIdType),
+        offsetof(Policy, remoteIdValue),   offsetof(Policy, remoteIdTemplate), offsetof(Policy, option18Enable),
+        offsetof(Policy, interfaceIdType), offsetof(Policy, interfaceIdValue), offsetof(Policy, interfaceIdTemplate)};
+    const size_t expected[] = {0, 4, 8, 12, 96, 104, 108, 112, 192};
+    EXPECT_TRUE(std::equal(std::begin(offsets), std::end(offsets), expected));
+    EXPECT_EQ(sizeof(Policy::remoteIdValue), 80u);
+    EXPECT_EQ(sizeof(Policy::interfaceIdValue), 80u);
+    static_assert(std::is_same_v<decltype(Policy::strategy), uint32_t> &&
+                  std::is_same_v<decltype(Policy::option18Enable), uint32_t>);
+}
+
+TEST(LayoutTest, TheInfoTemplateIsWhatManagersBuild) {
+    using Template = Dhcp6InfoIdTemplate;
+    EXPECT_EQ(sizeof(Template), 1968u);
+    EXPECT_EQ(offsetof(Template, text), 0u);
+    EXPECT_EQ(offsetof(Template, literal), 129u);
+    EXPECT_EQ(sizeof(Template::literal[0]), 65u);
+    EXPECT_EQ(offsetof(Template, elementType), 1300u);
+    EXPECT_EQ(sizeof(Template::elementType), 72u);
+    EXPECT_EQ(offsetof(Template, elementVlan), 1372u);
+    EXPECT_EQ(sizeof(Template::elementVlan[0]), 33u);
+    EXPECT_EQ(sizeof(Template::elementVlan), 594u);
+}
+
+TEST(LayoutTest, TheInfoContextIsInFieldOrder) {
+    using Context = Dhcp6InfoContext;
+    EXPECT_TRUE(ascending(offsetof(Context, switchId), offsetof(Context, vlan), offsetof(Context, port),
+                          offsetof(Context, innerVlan), offsetof(Context, systemMac), offsetof(Context, clientMac),
+                          offsetof(Context, isXpon), offsetof(Context, ponValue), offsetof(Context, serialNumber),
+                          offsetof(Context, ponId), offsetof(Context, room)));
+}
+
 TEST(LayoutTest, TablesHaveTheirSizes) {
     EXPECT_EQ(sizeof gDhcp6SnoopingAvlNode / sizeof gDhcp6SnoopingAvlNode[0], 2048u);
     EXPECT_EQ(sizeof dhcp6SnoopingTrustPort, 28u * 4);
@@ -77,6 +117,23 @@ TEST(LayoutTest, StaticStartValues) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(exit(bDhcp6SnoopingFastRemove == 1 && dhcp6L2Relay == 0 && dhcp6SnoopingOn == 0 ? 0 : 1),
                 testing::ExitedWithCode(0), "");
+    GTEST_FLAG_SET(death_test_style, "fast");
+}
+
+TEST(LayoutTest, StaticStartValuesOfTheInfoPolicy) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto asStarted = []() {
+        Dhcp6InfoOptionPolicy expected = {};
+        expected.strategy = 3;
+        expected.remoteIdType = 3;
+        expected.interfaceIdType = 3;
+        const char noText[128] = {};
+        return memcmp(&expected, &dhcp6InfoOptionPolicy, sizeof expected) == 0 && optionContentType == 0 &&
+               optionInterfaceType == 0 && memcmp(optionContent, noText, sizeof optionContent) == 0 &&
+               memcmp(optionInterface, noText, sizeof optionInterface) == 0 && sizeof optionContent == 128 &&
+               sizeof optionInterface == 128;
+    };
+    EXPECT_EXIT(exit(asStarted() ? 0 : 1), testing::ExitedWithCode(0), "");
     GTEST_FLAG_SET(death_test_style, "fast");
 }
 

@@ -20,7 +20,7 @@ extern uint16_t dhcp6SnoopingDhcpVlanMaxIP[DHCP6SNOOPING_VLANS]; // most clients
 extern uint16_t dhcp6SnoopingDhcpVlanIpNum[DHCP6SNOOPING_VLANS]; // clients counted
 
 extern uint32_t bDhcp6SnoopingFastRemove; // non-zero: a port that goes down loses its clients at once. Start value 1
-extern uint32_t dhcp6L2Relay;             // non-zero: Relay-Replies are unwrapped. Start value 0
+extern uint32_t dhcp6L2Relay;             // non-zero: messages that get options are wrapped, replies unwrapped. Start value 0
 
 struct Dhcp6SnoopingGlobalInfo {
     uint32_t enabled;    // dhcp6SnoopingOn

@@ -5,6 +5,7 @@
 #include "l2/dhcp6snooping/clients/bulk.h"
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/queries.h"
+#include "l2/dhcp6snooping/infoopt/policy.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/sourceguard/bindings.h"
 #include "l2/dhcp6snooping/sourceguard/exemption.h"
@@ -244,6 +245,36 @@ int32_t dhcp6snoopingWrap_delete_all(void *, SmdRmArg *argv, uint32_t argc) {
     return static_cast<int32_t>(dhcp6snooping_delete_all());
 }
 
+int32_t dhcp6snoopingWrap_info_option18_enable(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t enable = 0;
+    if (!begin_call("dhcp6snoopingWrap_info_option18_enable", argv, argc, 1) || !take_u32(argv[0], &enable))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6_info_option18_enable(enable));
+}
+
+int32_t dhcp6snoopingWrap_info_option37_enable(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t enable = 0;
+    if (!begin_call("dhcp6snoopingWrap_info_option37_enable", argv, argc, 1) || !take_u32(argv[0], &enable))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6_info_option37_enable(enable));
+}
+
+int32_t dhcp6snoopingWrap_info_id_set(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t which = 0;
+    uint32_t type = 0;
+    if (!begin_call("dhcp6snoopingWrap_info_id_set", argv, argc, 3) || !take_u32(argv[0], &which) || !take_u32(argv[1], &type))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6_info_id_set(static_cast<int32_t>(which), type, argv[2].data));
+}
+
+int32_t dhcp6snoopingWrap_info_get(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_info_get", argv, argc, 3))
+        return DH6S_BAD_ARGUMENTS;
+    return static_cast<int32_t>(dhcp6_info_get(static_cast<Dhcp6InfoOptionPolicy *>(argv[0].data),
+                                               static_cast<Dhcp6InfoIdTemplate *>(argv[1].data),
+                                               static_cast<Dhcp6InfoIdTemplate *>(argv[2].data)));
+}
+
 int32_t dhcp6snoopingWrap_fastRemove_enable(void *, SmdRmArg *argv, uint32_t argc) {
     uint32_t enable = 0;
     if (!begin_call("dhcp6snoopingWrap_fastRemove_enable", argv, argc, 1) || !take_u32(argv[0], &enable))
@@ -271,59 +302,46 @@ struct RemoteCall {
     const char *wrapperName;
 };
 
+// The names are registered as they are spelled.
+#define REMOTE_CALL(id, wrapper)                                                                                               \
+    { id, wrapper, #id, #wrapper }
+
 // In the order of the identifiers, which is the order of registration.
 constexpr RemoteCall REMOTE_CALLS[] = {
-    {DH6S_FUNC_START, dhcp6snoopingWrap_start, "DH6S_FUNC_START", "dhcp6snoopingWrap_start"},
-    {DH6S_FUNC_STOP, dhcp6snoopingWrap_stop, "DH6S_FUNC_STOP", "dhcp6snoopingWrap_stop"},
-    {DH6S_FUNC_PORT_MODE_SET, dhcp6snoopingWrap_port_mode, "DH6S_FUNC_PORT_MODE_SET", "dhcp6snoopingWrap_port_mode"},
-    {DH6S_FUNC_PORT_MODE_GET, dhcp6snoopingWrap_port_mode_get, "DH6S_FUNC_PORT_MODE_GET", "dhcp6snoopingWrap_port_mode_get"},
-    {DH6S_FUNC_SET_IP6_SOURCE_GUARD_PORT_MODE, dhcp6snoopingWrap_set_ip6_source_guard_port_mode,
-     "DH6S_FUNC_SET_IP6_SOURCE_GUARD_PORT_MODE", "dhcp6snoopingWrap_set_ip6_source_guard_port_mode"},
-    {DH6S_FUNC_GET_IP6_SOURCE_GUARD_PORT_MODE, dhcp6snoopingWrap_get_ip6_source_guard_port_mode,
-     "DH6S_FUNC_GET_IP6_SOURCE_GUARD_PORT_MODE", "dhcp6snoopingWrap_get_ip6_source_guard_port_mode"},
-    {DH6S_FUNC_PORT_MAX_CLIENTS_SET, dhcp6snoopingWrap_port_maxclients, "DH6S_FUNC_PORT_MAX_CLIENTS_SET",
-     "dhcp6snoopingWrap_port_maxclients"},
-    {DH6S_FUNC_PORT_MAX_CLIENTS_GET, dhcp6snoopingWrap_port_maxclients_get, "DH6S_FUNC_PORT_MAX_CLIENTS_GET",
-     "dhcp6snoopingWrap_port_maxclients_get"},
-    {DH6S_FUNC_VLANLIST_MAX_CLIENTS_SET, dhcp6snoopingWrap_vlanlist_maxclients, "DH6S_FUNC_VLANLIST_MAX_CLIENTS_SET",
-     "dhcp6snoopingWrap_vlanlist_maxclients"},
-    {DH6S_FUNC_GET_NEXTCLIENTS_EXT, dhcp6snoopingWrap_get_nextclients_ext, "DH6S_FUNC_GET_NEXTCLIENTS_EXT",
-     "dhcp6snoopingWrap_get_nextclients_ext"},
-    {DH6S_FUNC_GLOBAL_INFO_GET, dhcp6snoopingWrap_GlobalInfoGet, "DH6S_FUNC_GLOBAL_INFO_GET",
-     "dhcp6snoopingWrap_GlobalInfoGet"},
-    {DH6S_FUNC_PORT_INFO_GET, dhcp6snoopingWrap_PortInfoGet, "DH6S_FUNC_PORT_INFO_GET", "dhcp6snoopingWrap_PortInfoGet"},
-    {DH6S_FUNC_VLAN_MAXCLIENTS_GET, dhcp6snoopingWrap_vlan_maxclients_get, "DH6S_FUNC_VLAN_MAXCLIENTS_GET",
-     "dhcp6snoopingWrap_vlan_maxclients_get"},
-    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_ENTRY_NUM_GET, dhcp6snoopingWrap_ip6_source_guard_bind_entry_num_get,
-     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_ENTRY_NUM_GET", "dhcp6snoopingWrap_ip6_source_guard_bind_entry_num_get"},
-    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_ADD, dhcp6snoopingWrap_ip6_source_guard_bind_node_add,
-     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_ADD", "dhcp6snoopingWrap_ip6_source_guard_bind_node_add"},
-    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_CHECK, dhcp6snoopingWrap_ip6_source_guard_bind_node_check,
-     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_CHECK", "dhcp6snoopingWrap_ip6_source_guard_bind_node_check"},
-    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE, dhcp6snoopingWrap_ip6_source_guard_bind_node_delete,
-     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE", "dhcp6snoopingWrap_ip6_source_guard_bind_node_delete"},
-    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE_ALL, dhcp6snoopingWrap_ip6_source_guard_bind_node_delete_all,
-     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE_ALL", "dhcp6snoopingWrap_ip6_source_guard_bind_node_delete_all"},
-    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET, dhcp6snoopingWrap_ip6_source_guard_bind_node_get,
-     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET", "dhcp6snoopingWrap_ip6_source_guard_bind_node_get"},
-    {DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET_BY_IP, dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip,
-     "DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET_BY_IP", "dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip"},
-    {DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG, dhcp6snoopingWrap_ip6_source_guard_vlanlist_config,
-     "DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG", "dhcp6snoopingWrap_ip6_source_guard_vlanlist_config"},
-    {DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET, dhcp6snoopingWrap_no_ip6_source_guard_vlanlist_get,
-     "DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET", "dhcp6snoopingWrap_no_ip6_source_guard_vlanlist_get"},
-    {DH6S_FUNC_DELETE_BY_PORT, dhcp6snoopingWrap_delete_by_port, "DH6S_FUNC_DELETE_BY_PORT",
-     "dhcp6snoopingWrap_delete_by_port"},
-    {DH6S_FUNC_DELETE_BY_IP, dhcp6snoopingWrap_delete_by_ip, "DH6S_FUNC_DELETE_BY_IP", "dhcp6snoopingWrap_delete_by_ip"},
-    {DH6S_FUNC_DELETE_BY_MAC, dhcp6snoopingWrap_delete_by_mac, "DH6S_FUNC_DELETE_BY_MAC", "dhcp6snoopingWrap_delete_by_mac"},
-    {DH6S_FUNC_DELETE_BY_VLAN, dhcp6snoopingWrap_delete_by_vlan, "DH6S_FUNC_DELETE_BY_VLAN",
-     "dhcp6snoopingWrap_delete_by_vlan"},
-    {DH6S_FUNC_DELETE_ALL, dhcp6snoopingWrap_delete_all, "DH6S_FUNC_DELETE_ALL", "dhcp6snoopingWrap_delete_all"},
-    {DH6S_FUNC_FASTREMOVE_ENABLE, dhcp6snoopingWrap_fastRemove_enable, "DH6S_FUNC_FASTREMOVE_ENABLE",
-     "dhcp6snoopingWrap_fastRemove_enable"},
-    {DH6S_FUNC_L2RELAY_ENABLE, dhcp6snoopingWrap_l2Relay_enable, "DH6S_FUNC_L2RELAY_ENABLE",
-     "dhcp6snoopingWrap_l2Relay_enable"},
-    {DH6S_FUNC_VLAN_RESET, dhcp6snoopingWrap_vlan_reset, "DH6S_FUNC_VLAN_RESET", "dhcp6snoopingWrap_vlan_reset"},
+    REMOTE_CALL(DH6S_FUNC_START, dhcp6snoopingWrap_start),
+    REMOTE_CALL(DH6S_FUNC_STOP, dhcp6snoopingWrap_stop),
+    REMOTE_CALL(DH6S_FUNC_PORT_MODE_SET, dhcp6snoopingWrap_port_mode),
+    REMOTE_CALL(DH6S_FUNC_PORT_MODE_GET, dhcp6snoopingWrap_port_mode_get),
+    REMOTE_CALL(DH6S_FUNC_SET_IP6_SOURCE_GUARD_PORT_MODE, dhcp6snoopingWrap_set_ip6_source_guard_port_mode),
+    REMOTE_CALL(DH6S_FUNC_GET_IP6_SOURCE_GUARD_PORT_MODE, dhcp6snoopingWrap_get_ip6_source_guard_port_mode),
+    REMOTE_CALL(DH6S_FUNC_PORT_MAX_CLIENTS_SET, dhcp6snoopingWrap_port_maxclients),
+    REMOTE_CALL(DH6S_FUNC_PORT_MAX_CLIENTS_GET, dhcp6snoopingWrap_port_maxclients_get),
+    REMOTE_CALL(DH6S_FUNC_VLANLIST_MAX_CLIENTS_SET, dhcp6snoopingWrap_vlanlist_maxclients),
+    REMOTE_CALL(DH6S_FUNC_GET_NEXTCLIENTS_EXT, dhcp6snoopingWrap_get_nextclients_ext),
+    REMOTE_CALL(DH6S_FUNC_GLOBAL_INFO_GET, dhcp6snoopingWrap_GlobalInfoGet),
+    REMOTE_CALL(DH6S_FUNC_PORT_INFO_GET, dhcp6snoopingWrap_PortInfoGet),
+    REMOTE_CALL(DH6S_FUNC_VLAN_MAXCLIENTS_GET, dhcp6snoopingWrap_vlan_maxclients_get),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_ENTRY_NUM_GET, dhcp6snoopingWrap_ip6_source_guard_bind_entry_num_get),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_ADD, dhcp6snoopingWrap_ip6_source_guard_bind_node_add),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_CHECK, dhcp6snoopingWrap_ip6_source_guard_bind_node_check),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE, dhcp6snoopingWrap_ip6_source_guard_bind_node_delete),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE_ALL, dhcp6snoopingWrap_ip6_source_guard_bind_node_delete_all),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET, dhcp6snoopingWrap_ip6_source_guard_bind_node_get),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET_BY_IP, dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG, dhcp6snoopingWrap_ip6_source_guard_vlanlist_config),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET, dhcp6snoopingWrap_no_ip6_source_guard_vlanlist_get),
+    REMOTE_CALL(DH6S_FUNC_DELETE_BY_PORT, dhcp6snoopingWrap_delete_by_port),
+    REMOTE_CALL(DH6S_FUNC_DELETE_BY_IP, dhcp6snoopingWrap_delete_by_ip),
+    REMOTE_CALL(DH6S_FUNC_DELETE_BY_MAC, dhcp6snoopingWrap_delete_by_mac),
+    REMOTE_CALL(DH6S_FUNC_DELETE_BY_VLAN, dhcp6snoopingWrap_delete_by_vlan),
+    REMOTE_CALL(DH6S_FUNC_DELETE_ALL, dhcp6snoopingWrap_delete_all),
+    REMOTE_CALL(DH6S_FUNC_INFO_OPTION18_ENALBE, dhcp6snoopingWrap_info_option18_enable),
+    REMOTE_CALL(DH6S_FUNC_INFO_OPTION37_ENALBE, dhcp6snoopingWrap_info_option37_enable),
+    REMOTE_CALL(DH6S_FUNC_INFO_ID_SET, dhcp6snoopingWrap_info_id_set),
+    REMOTE_CALL(DH6S_FUNC_INFO_GET, dhcp6snoopingWrap_info_get),
+    REMOTE_CALL(DH6S_FUNC_FASTREMOVE_ENABLE, dhcp6snoopingWrap_fastRemove_enable),
+    REMOTE_CALL(DH6S_FUNC_L2RELAY_ENABLE, dhcp6snoopingWrap_l2Relay_enable),
+    REMOTE_CALL(DH6S_FUNC_VLAN_RESET, dhcp6snoopingWrap_vlan_reset),
 };
 
 } // namespace

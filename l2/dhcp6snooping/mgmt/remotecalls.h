@@ -35,9 +35,13 @@ enum : uint32_t {
     DH6S_FUNC_DELETE_BY_MAC = 27,                        // MAC of 6 bytes
     DH6S_FUNC_DELETE_BY_VLAN = 28,                       // u32 VLAN
     DH6S_FUNC_DELETE_ALL = 29,
-    DH6S_FUNC_FASTREMOVE_ENABLE = 34, // u32
-    DH6S_FUNC_L2RELAY_ENABLE = 35,    // u32
-    DH6S_FUNC_VLAN_RESET = 36,        // VLAN list of 512 bytes
+    DH6S_FUNC_INFO_OPTION18_ENALBE = 30, // u32
+    DH6S_FUNC_INFO_OPTION37_ENALBE = 31, // u32
+    DH6S_FUNC_INFO_ID_SET = 32,          // u32 which (0 = option 37, 1 = option 18), u32 id type, value or Dhcp6InfoIdTemplate
+    DH6S_FUNC_INFO_GET = 33,             // out Dhcp6InfoOptionPolicy, out template of option 18, out template of option 37
+    DH6S_FUNC_FASTREMOVE_ENABLE = 34,    // u32
+    DH6S_FUNC_L2RELAY_ENABLE = 35,       // u32
+    DH6S_FUNC_VLAN_RESET = 36,           // VLAN list of 512 bytes
 };
 
 // Registers every remote call with the platform. 0, or non-zero when one of them could not be registered.

@@ -4,6 +4,8 @@
 #include <cstring>
 
 #include "l2/dhcp6snooping/clients/limits.h"
+#include "l2/dhcp6snooping/infoopt/insertion.h"
+#include "l2/dhcp6snooping/infoopt/policy.h"
 #include "l2/dhcp6snooping/main/trace.h"
 #include "l2/dhcp6snooping/packet/frame.h"
 #include "platform/liblacp.h"
@@ -92,7 +94,9 @@ void keep_trusted(SmdPortList *list) {
 
 } // namespace
 
-int32_t dhcp6snooping_send_packet_to_sever(Dhcp6PacketDescriptor *packet, uint16_t vlan, uint32_t port, uint32_t) {
+int32_t dhcp6snooping_send_packet_to_sever(Dhcp6PacketDescriptor *packet, uint16_t vlan, uint32_t port, uint32_t offset) {
+    if (dhcp6_info_option_wanted())
+        packet = dhcp6snooping_packet_add_info_option(packet, offset, vlan, port);
     if (!is_sendable(packet))
         return -1;
     uint32_t out = NO_PORT;

@@ -1,6 +1,7 @@
 #pragma once
 // Sending a judged frame on: to the one port where its destination lives, or to the VLAN. Never back out of the port or the
-// trunk that it came in by. Toward servers only trusted ports count.
+// trunk that it came in by. Toward servers only trusted ports count, and options 18 and 37 are added first where they are
+// wanted: the packet's frame then lies in another buffer.
 
 #include <cstdint>
 

@@ -7,10 +7,12 @@
 inline constexpr uint32_t FRAME_DESTINATION_MAC = 0;
 inline constexpr uint32_t FRAME_SOURCE_MAC = 6;
 inline constexpr uint32_t FRAME_ETHERNET_HEADER = 14; // without tags
+inline constexpr uint32_t FRAME_INNER_VLAN = 18;      // of a double-tagged frame
 inline constexpr uint32_t FRAME_IP6 = 18;
 
 inline constexpr uint32_t IP6_HEADER = 40;
 inline constexpr uint32_t IP6_PAYLOAD_LENGTH = 4; // in the IPv6 header
+inline constexpr uint32_t IP6_SOURCE = 8;         // in the IPv6 header
 
 inline constexpr uint32_t UDP_HEADER = 8;
 inline constexpr uint32_t UDP_DESTINATION_PORT = 2; // in the UDP header

@@ -9,12 +9,15 @@ inline constexpr uint32_t DHCP6_RELAY_HEADER = 34;  // type, hop count, link and
 inline constexpr uint32_t DHCP6_OPTION_HEADER = 4;  // code and length, bytes
 
 enum : uint16_t {
+    DHCP6_OPTION_CLIENT_ID = 1,
     DHCP6_OPTION_IA_NA = 3,
     DHCP6_OPTION_IAADDR = 5,
     DHCP6_OPTION_RELAY_MSG = 9,
     DHCP6_OPTION_STATUS_CODE = 13,
+    DHCP6_OPTION_INTERFACE_ID = 18,
     DHCP6_OPTION_IA_PD = 25,
     DHCP6_OPTION_IAPREFIX = 26,
+    DHCP6_OPTION_REMOTE_ID = 37,
 };
 
 enum : uint8_t {
