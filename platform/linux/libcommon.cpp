@@ -3,12 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include "platform/linux/switchfile.h"
+#include "platform/linux/ports.h"
 
 // ---- Free list -----------------------------------------------------------------------------------------------------
 
@@ -135,21 +131,12 @@ int32_t strtoipAddr(const char *text, uint32_t *address) {
 
 // The switch is its bridge.
 int32_t getSysMacAdress(uint8_t mac[6]) {
-    memset(mac, 0, 6);
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
-        return -1;
+    const bool known = linuxLinks[LINUX_LINK_BRIDGE].ifindex != 0;
+    memset(mac, 0, sizeof linuxBridge.mac);
+    if (known) {
+        memcpy(mac, linuxBridge.mac, sizeof linuxBridge.mac);
     }
-    ifreq request = {};
-    static_assert(sizeof request.ifr_name == sizeof linuxSwitch.bridge);
-    memcpy(request.ifr_name, linuxSwitch.bridge, sizeof request.ifr_name);
-    const int result = ioctl(fd, SIOCGIFHWADDR, &request);
-    close(fd);
-    if (result != 0) {
-        return -1;
-    }
-    memcpy(mac, request.ifr_hwaddr.sa_data, 6);
-    return 0;
+    return known ? 0 : -1;
 }
 
 char *macToStr(const uint8_t mac[6], char *text) {

@@ -132,15 +132,20 @@ int32_t vosPrintf(const char *fmt, ...) {
 
 const char *vosProcessGetName(void) { return "/sbin/snoopd6"; }
 
+// Asked for with every frame that gets an option, so the answer may be up to a second old.
 int32_t vosHostNameGet(char *buf, uint32_t size) {
+    static utsname system;
+    static uint32_t askedAt;
     if (buf == nullptr || size == 0) {
         return -1;
     }
     buf[0] = '\0';
-    utsname system;
-    if (uname(&system) != 0) {
+    const uint32_t now = vosUpSeconds();
+    const bool known = now == askedAt && system.nodename[0] != '\0';
+    if (!known && uname(&system) != 0) {
         return -1;
     }
+    askedAt = now;
     const size_t length = std::min<size_t>(strlen(system.nodename), size - 1);
     memcpy(buf, system.nodename, length);
     buf[length] = '\0';

@@ -11,6 +11,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include "platform/linux/l3address.h"
 #include "platform/linux/links.h"
 #include "platform/linux/loop.h"
 
@@ -68,6 +69,11 @@ int32_t readReply(uint32_t seq, LinuxNetlinkAnswer answer, void *user) {
     return reply.error == 0 && reply.interrupted ? -EINTR : reply.error;
 }
 
+int onNotification(const nlmsghdr *message, void *) {
+    linuxL3Forget(); // whatever it was about: an address, or the interface that had one
+    return linuxLinksApply(message, nullptr);
+}
+
 void onMonitor(evutil_socket_t, short, void *) {
     bool lost = false;
     for (uint32_t i = 0; i < MONITOR_BATCH || lost; i++) {
@@ -77,11 +83,12 @@ void onMonitor(evutil_socket_t, short, void *) {
         } else if (n < 0 && errno != EINTR) {
             break;
         } else if (n > 0 && !lost) {
-            mnl_cb_run(monitorBuffer, static_cast<size_t>(n), 0, 0, linuxLinksApply, nullptr);
+            mnl_cb_run(monitorBuffer, static_cast<size_t>(n), 0, 0, onNotification, nullptr);
         }
     }
     linuxLinksCatchUp();
     if (lost) {
+        linuxL3Forget();
         linuxLog("interface notifications were lost; reading all interfaces again");
         int32_t error = linuxLinksRead();
         if (error != 0) {
@@ -96,7 +103,7 @@ int32_t linuxNetlinkOpen() {
     asker = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
     monitor = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (asker == nullptr || monitor == nullptr || mnl_socket_bind(asker, 0, MNL_SOCKET_AUTOPID) < 0 ||
-        mnl_socket_bind(monitor, RTMGRP_LINK, MNL_SOCKET_AUTOPID) < 0) {
+        mnl_socket_bind(monitor, RTMGRP_LINK | RTMGRP_IPV4_IFADDR, MNL_SOCKET_AUTOPID) < 0) {
         return -errno;
     }
     timeval second = {.tv_sec = 1, .tv_usec = 0};

@@ -27,7 +27,7 @@ struct LinuxNetlinkQuestion {
 // entries may be missing or come twice.
 [[nodiscard]] int32_t linuxNetlinkAsk(LinuxNetlinkQuestion *question, LinuxNetlinkAnswer answer, void *user);
 
-// Hands notifications to links.cpp from now on, through the loop.
+// Hands notifications of interfaces and IPv4 addresses on from now on, through the loop.
 void linuxNetlinkWatch();
 
 // The attributes of a message or of a nest, one after the other. An attribute that does not fit ends the walk.

@@ -8,8 +8,9 @@
 // A folder that is removed with all its files when the tests end; open to other users.
 const std::string &testFolder();
 
-// This program started again as a small snoopd6 with the run folder `run`: it opens the queue and answers nothing. `mode` is "serve" to wait for messages, "leave" to return from main at once, "log" to write one log line and leave, "file" to read `run` as
-// a switch file and leave.
+// This program started again as a small snoopd6 with the run folder `run`: it opens the queue and answers nothing. `mode` is
+// "serve" to wait for messages, "leave" to return from main at once, "log" to write one log line and leave, "file" to read
+// `run` as a switch file and leave.
 struct TestServer {
     int pid;
     int output; // its standard output; "ready\n" comes when the queue is open

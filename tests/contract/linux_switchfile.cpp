@@ -7,12 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <linux/sockios.h>
-#include <net/if.h>
-#include <net/if_arp.h>
 #include <string>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -359,24 +354,4 @@ TEST(SwitchFile, SellerAndPorts) {
     EXPECT_STREQ(transPort2EtherPort(3, text), "0/3");
     EXPECT_STREQ(transPort2EtherPort(2, text), "");
     EXPECT_STREQ(transPort2EtherPort(4, text), "");
-}
-
-TEST(SwitchFile, MacAddressOfTheBridge) {
-    const uint8_t own[6] = {0x02, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e};
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(ioctl(fd, SIOCBRADDBR, "unit-br0"), 0) << strerror(errno);
-    ifreq request = {};
-    strcpy(request.ifr_name, "unit-br0");
-    request.ifr_hwaddr.sa_family = ARPHRD_ETHER;
-    memcpy(request.ifr_hwaddr.sa_data, own, sizeof own);
-    ASSERT_EQ(ioctl(fd, SIOCSIFHWADDR, &request), 0) << strerror(errno);
-    uint8_t mac[6] = {};
-    linuxSwitch = readGood("bridge = \"unit-br0\"\n" + PORT);
-    EXPECT_EQ(getSysMacAdress(mac), 0);
-    EXPECT_EQ(memcmp(mac, own, sizeof mac), 0);
-    ASSERT_EQ(ioctl(fd, SIOCBRDELBR, "unit-br0"), 0);
-    close(fd);
-    EXPECT_NE(getSysMacAdress(mac), 0);
-    const uint8_t zero[6] = {};
-    EXPECT_EQ(memcmp(mac, zero, sizeof mac), 0);
 }
