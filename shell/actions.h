@@ -28,6 +28,15 @@ Outcome actionUnbind(Session *session, const Arguments &arguments);
 Outcome actionUnbindAll(Session *session, const Arguments &arguments);
 Outcome actionExempt(Session *session, const Arguments &arguments);
 
+// information.cpp
+Outcome actionOption18(Session *session, const Arguments &arguments);
+Outcome actionOption37(Session *session, const Arguments &arguments);
+Outcome actionInterfaceId(Session *session, const Arguments &arguments);
+Outcome actionRemoteId(Session *session, const Arguments &arguments);
+
+// showinformation.cpp
+Outcome actionShowInformation(Session *session, const Arguments &arguments);
+
 // showsnooping.cpp
 Outcome actionShowSnooping(Session *session, const Arguments &arguments);
 Outcome actionShowInterfaces(Session *session, const Arguments &arguments);

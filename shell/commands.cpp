@@ -1,8 +1,10 @@
 #include "shell/commands.h"
 
+#include <algorithm>
 #include <array>
 
 #include "shell/actions.h"
+#include "shell/idtemplate.h"
 
 namespace {
 
@@ -16,6 +18,31 @@ constexpr std::array COMMANDS = {
     Command{PLACE_TOP, 0, "dhcpv6-snooping l2-relay", "be a layer 2 relay agent: speak relay messages with the servers",
             actionL2Relay},
     Command{PLACE_TOP, 0, "undo dhcpv6-snooping l2-relay", "pass messages on without relay headers (default)", actionL2Relay},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information option 18", "add option 18, Interface-Id, to clients' messages",
+            actionOption18},
+    Command{PLACE_TOP, 0, "undo dhcpv6-snooping information option 18", "do not add option 18 (default)", actionOption18},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information option 37", "add option 37, Remote-Id, to clients' messages",
+            actionOption37},
+    Command{PLACE_TOP, 0, "undo dhcpv6-snooping information option 37", "do not add option 37 (default)", actionOption37},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information interface-id ipv4-address <id-ipv4>",
+            "option 18 holds this IPv4 address, as 4 bytes", actionInterfaceId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information interface-id ipv6-address <id-ipv6>",
+            "option 18 holds this IPv6 address, as 16 bytes", actionInterfaceId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information interface-id string <string>", "option 18 holds this text",
+            actionInterfaceId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information interface-id user-defined <template>",
+            "option 18 holds a text that is made for each message", actionInterfaceId},
+    Command{PLACE_TOP, 0, "undo dhcpv6-snooping information interface-id",
+            "option 18 holds port number and host name (default)", actionInterfaceId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information remote-id ipv4-address <id-ipv4>",
+            "option 37 holds this IPv4 address, as 4 bytes", actionRemoteId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information remote-id ipv6-address <id-ipv6>",
+            "option 37 holds this IPv6 address, as 16 bytes", actionRemoteId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information remote-id string <string>", "option 37 holds this text", actionRemoteId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information remote-id user-defined <template>",
+            "option 37 holds a text that is made for each message", actionRemoteId},
+    Command{PLACE_TOP, 0, "undo dhcpv6-snooping information remote-id", "option 37 holds port number and host name (default)",
+            actionRemoteId},
     Command{PLACE_ANY, PLACE_INTERFACE, "interface ethernet <port>", "configure a port", actionEnterInterface},
     Command{PLACE_INTERFACE, 0, "dhcpv6-snooping trust", "servers live behind this port: trust their messages", actionTrust},
     Command{PLACE_INTERFACE, 0, "undo dhcpv6-snooping trust", "clients live behind this port (default)", actionTrust},
@@ -51,6 +78,8 @@ constexpr std::array COMMANDS = {
     Command{PLACE_ANY, 0, "show dhcpv6-snooping client <mac>", "one client", actionShowClient},
     Command{PLACE_ANY, 0, "show dhcpv6-snooping interfaces", "trust, limit and clients of every port", actionShowInterfaces},
     Command{PLACE_ANY, 0, "show dhcpv6-snooping vlans", "limit and clients of every VLAN", actionShowVlans},
+    Command{PLACE_ANY, 0, "show dhcpv6-snooping information", "what options 18 and 37 carry, and whether they are added",
+            actionShowInformation},
     Command{PLACE_ANY, 0, "show ipv6-source-guard", "guarded ports, bindings and exempt VLANs", actionShowGuard},
     Command{PLACE_ANY, 0, "show ipv6-source-guard interfaces", "guard and blocked packets of every port",
             actionShowGuardInterfaces},
@@ -79,6 +108,10 @@ struct WordHelp {
 constexpr std::array WORD_HELP = {
     WordHelp{"undo", "take a setting back"},
     WordHelp{"dhcpv6-snooping", "DHCPv6 snooping"},
+    WordHelp{"information", "options 18 and 37 in messages to the servers"},
+    WordHelp{"option", "which of the two is added"},
+    WordHelp{"interface-id", "what option 18 carries"},
+    WordHelp{"remote-id", "what option 37 carries"},
     WordHelp{"ipv6-source-guard", "IPv6 source guard"},
     WordHelp{"bind", "source addresses that may pass"},
     WordHelp{"ip", "the address"},
@@ -116,20 +149,60 @@ bool readIpv6(std::string_view word, Arguments *arguments, std::string *error) {
     return valueReadIpv6(word, &arguments->address, error);
 }
 
+bool readIdIpv4(std::string_view word, Arguments *arguments, std::string *error) {
+    return informationReadIpv4(word, &arguments->id, error);
+}
+
+bool readIdIpv6(std::string_view word, Arguments *arguments, std::string *error) {
+    return informationReadIpv6(word, &arguments->id, error);
+}
+
+bool readString(std::string_view word, Arguments *arguments, std::string *error) {
+    return informationReadString(word, &arguments->id, error);
+}
+
+bool readTemplate(std::string_view word, Arguments *arguments, std::string *error) {
+    return informationReadTemplate(word, &arguments->id, error);
+}
+
+// Inside an element, those that start so; elsewhere all of them, to be read.
+void listElements(const Placeholder &placeholder, std::string_view partial, std::vector<Choice> *choices) {
+    const std::string_view open = idTemplateOpenElement(partial);
+    if (open.empty()) {
+        choices->push_back({placeholder.shown, placeholder.help, ChoiceKind::value});
+    }
+    for (const IdElement &element : idElements()) {
+        const std::string_view shown = element.shown;
+        const size_t fixed = std::min(shown.find(':'), shown.size() - 1) + 1; // what is the same for every VLAN
+        if (open.empty() || (open.size() >= fixed && open.starts_with(shown.substr(0, fixed)))) {
+            choices->push_back({shown, element.help, ChoiceKind::value});
+        } else if (shown.substr(0, fixed).starts_with(open)) {
+            choices->push_back({shown.substr(0, fixed), element.help, ChoiceKind::part});
+        }
+    }
+}
+
 bool readWord(std::string_view word, Arguments *arguments, std::string *) {
     arguments->words += arguments->words.empty() ? "" : " ";
     arguments->words += word;
     return true;
 }
 
+constexpr const char *BLANKS_HINT = ": a text with blanks is put in double quotes";
+
 constexpr std::array PLACEHOLDERS = {
-    Placeholder{"<port>", "0/N", "a port, 0/1 to 0/28", readPort},
-    Placeholder{"<vlan>", "1-4094", "a VLAN", readVlan},
-    Placeholder{"<vlans>", "1,3-5", "one or more VLANs", readVlans},
-    Placeholder{"<limit>", "0-2048", "a number of clients", readLimit},
-    Placeholder{"<mac>", "MAC", "a MAC address, like 02:00:5e:10:00:01", readMac},
-    Placeholder{"<ipv6>", "IPV6", "an IPv6 address, like 2001:db8::1", readIpv6},
-    Placeholder{COMMAND_REST.data(), "WORDS", "the first words of a command", readWord},
+    Placeholder{"<port>", "0/N", "a port, 0/1 to 0/28", readPort, nullptr, ""},
+    Placeholder{"<vlan>", "1-4094", "a VLAN", readVlan, nullptr, ""},
+    Placeholder{"<vlans>", "1,3-5", "one or more VLANs", readVlans, nullptr, ""},
+    Placeholder{"<limit>", "0-2048", "a number of clients", readLimit, nullptr, ""},
+    Placeholder{"<mac>", "MAC", "a MAC address, like 02:00:5e:10:00:01", readMac, nullptr, ""},
+    Placeholder{"<ipv6>", "IPV6", "an IPv6 address, like 2001:db8::1", readIpv6, nullptr, ""},
+    Placeholder{"<id-ipv4>", "IPV4", "an IPv4 address, like 10.0.0.1", readIdIpv4, nullptr, ""},
+    Placeholder{"<id-ipv6>", "IPV6", "an IPv6 address, like 2001:db8::1", readIdIpv6, nullptr, ""},
+    Placeholder{"<string>", "TEXT", "1 to 79 bytes, in double quotes when there are blanks", readString, nullptr, BLANKS_HINT},
+    Placeholder{"<template>", "TEMPLATE", "text with elements like {hostname} in it, in double quotes when there are blanks",
+                readTemplate, listElements, BLANKS_HINT},
+    Placeholder{COMMAND_REST.data(), "WORDS", "the first words of a command", readWord, nullptr, ""},
 };
 
 } // namespace

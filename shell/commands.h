@@ -10,7 +10,9 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "shell/information.h"
 #include "shell/session.h"
 #include "shell/values.h"
 
@@ -23,6 +25,7 @@ struct Arguments {
     VlanList vlans = {};
     MacAddress mac = {};
     Ipv6Address address = {};
+    InformationId id = {};
     std::string words; // separated by single spaces
 };
 
@@ -43,12 +46,28 @@ std::string_view commandWord(const Command &command, size_t index); // index bel
 // What a word that starts several commands is about; "" when there is nothing to add.
 std::string_view commandWordHelp(std::string_view word);
 
+// Something that may stand next in a line.
+enum class ChoiceKind : uint32_t {
+    word,  // may be typed as it stands
+    value, // stands for a value: cannot be completed
+    part,  // belongs inside the value that is being typed, at its open brace
+};
+
+struct Choice {
+    std::string_view word; // what to type; for a value, how it is written
+    std::string_view help;
+    ChoiceKind kind;
+};
+
 // Kinds of values.
 struct Placeholder {
     const char *word;  // as in forms: "<port>"
     const char *shown; // what help shows in its place: "0/N"
     const char *help;
     bool (*read)(std::string_view word, Arguments *arguments, std::string *error);
+    // Values with a language of their own: what may come in a value that has been typed so far. Else null.
+    void (*choices)(const Placeholder &placeholder, std::string_view partial, std::vector<Choice> *choices);
+    const char *excess; // what to say when there is too much behind the value; "" = nothing
 };
 
 // The placeholder that a form's word names, or null for a word that stands for itself.

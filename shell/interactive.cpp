@@ -1,9 +1,11 @@
 #include "shell/interactive.h"
 
 #include <algorithm>
+#include <clocale>
 #include <cstdio>
 #include <histedit.h>
 
+#include "shell/idtemplate.h"
 #include "shell/output.h"
 #include "shell/parser.h"
 
@@ -33,19 +35,26 @@ void showLast(const Session &session) {
 }
 
 // Asks what may stand at the cursor, under the line, which is then drawn again.
-unsigned char keyHelp(EditLine *editor, int) {
+unsigned char showHelp(EditLine *editor) {
     Session *session = sessionOf(editor);
     const std::string line = lineToCursor(editor);
     outputWrite(stdout, "\n");
-    sessionRun(session, line + "?");
+    sessionHelp(session, line);
     showLast(*session);
     return CC_REDISPLAY;
 }
 
-unsigned char keyComplete(EditLine *editor, int key) {
+unsigned char keyHelp(EditLine *editor, int) {
+    if (interactiveTakesQuestionMark(lineToCursor(editor))) {
+        return el_insertstr(editor, "?") == 0 ? CC_REFRESH : CC_ERROR;
+    }
+    return showHelp(editor);
+}
+
+unsigned char keyComplete(EditLine *editor, int) {
     const std::string added = interactiveCompletion(*sessionOf(editor), lineToCursor(editor));
     if (added.empty()) {
-        return keyHelp(editor, key);
+        return showHelp(editor);
     }
     return el_insertstr(editor, added.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
 }
@@ -93,6 +102,7 @@ void readLines(Session *session, EditLine *editor, History *history) {
 } // namespace
 
 bool interactiveRun(Session *session) {
+    static_cast<void>(setlocale(LC_CTYPE, "C.UTF-8")); // as texts are; in another locale keys would be lost
     EditLine *editor = el_init("snoopctl", stdin, stdout, stderr);
     History *history = history_init();
     HistEvent event = {};
@@ -115,22 +125,25 @@ bool interactiveRun(Session *session) {
     return good;
 }
 
+bool interactiveTakesQuestionMark(std::string_view line) {
+    const TypedLine typed = sessionTyped(line);
+    // No element has a "?" in it: there it asks.
+    return typed.end == WordEnd::open && idTemplateOpenElement(typed.partial).empty();
+}
+
 std::string interactiveCompletion(const Session &session, std::string_view line) {
-    std::vector<std::string_view> words = sessionWords(line);
-    std::string_view partial;
-    if (!words.empty() && line.ends_with(words.back())) {
-        partial = words.back();
-        words.pop_back();
-    }
+    const TypedLine typed = sessionTyped(line);
     std::vector<Choice> choices;
     std::string error;
-    if (!parserChoices(session.place.kind, words, partial, &choices, &error)) {
+    if (typed.end == WordEnd::glued || !parserChoices(session.place.kind, typed.words, typed.partial, &choices, &error)) {
         return "";
     }
     std::string_view common;
     size_t fitting = 0;
+    bool part = false;
     for (const Choice &choice : choices) {
-        if (choice.value) {
+        part = choice.kind == ChoiceKind::part;
+        if (choice.kind == ChoiceKind::value) {
             return ""; // a value, or the end of the line, may stand here as well: nothing is certain
         }
         const auto differs = std::mismatch(common.begin(), common.end(), choice.word.begin(), choice.word.end());
@@ -140,5 +153,6 @@ std::string interactiveCompletion(const Session &session, std::string_view line)
     if (fitting == 0) {
         return "";
     }
-    return std::string(common.substr(partial.size())) + (fitting == 1 ? " " : "");
+    const std::string_view begun = part ? idTemplateOpenElement(typed.partial) : typed.partial;
+    return std::string(common.substr(begun.size())) + (fitting == 1 && !part ? " " : "");
 }

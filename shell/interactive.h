@@ -9,3 +9,6 @@
 // What Tab adds to a line that ends at the cursor: the rest of the word as far as it is certain, with a space behind it when
 // the word is complete. "" when there is nothing certain.
 std::string interactiveCompletion(const Session &session, std::string_view line);
+
+// True when a "?" behind this line is a character of a quoted text rather than a question.
+bool interactiveTakesQuestionMark(std::string_view line);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <getopt.h>
 #include <unistd.h>
+#include <vector>
 
 #include "platform/linux/protocol.h"
 #include "shell/interactive.h"
@@ -37,7 +38,7 @@ struct Options {
     const char *file = nullptr;
     std::string run;
     bool json = false;
-    std::string command;
+    std::vector<std::string_view> command; // its words; a single one is a line
 };
 
 // Reads the options. STATUS_OK to go on; otherwise *ends is true and the status that of the program.
@@ -66,7 +67,7 @@ int readOptions(int argc, char **argv, Options *options, bool *ends) {
         }
     }
     for (int i = optind; i < argc; i++) {
-        options->command += (i > optind ? " " : "") + std::string(argv[i]);
+        options->command.emplace_back(argv[i]);
     }
     if (options->file != nullptr && !options->command.empty()) {
         outputWrite(stderr, "snoopctl: a file and a command cannot be run together: give either --file or the command\n");
@@ -91,8 +92,8 @@ int replayFile(Session *session, const char *path) {
     return result.failed + result.skipped == 0 ? STATUS_OK : STATUS_FAILED;
 }
 
-int runOnce(Session *session, const std::string &command) {
-    const Outcome outcome = sessionRun(session, command);
+int runOnce(Session *session, const std::vector<std::string_view> &command) {
+    const Outcome outcome = command.size() == 1 ? sessionRun(session, command[0]) : sessionRunWords(session, command);
     outputWrite(stdout, session->output);
     if (outcome == Outcome::done) {
         return STATUS_OK;

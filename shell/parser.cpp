@@ -72,6 +72,12 @@ std::string joinWords(const std::vector<std::string_view> &words, const char *la
     return text;
 }
 
+// A word as it is typed: in quotes when it would fall into several, or be none.
+std::string typedWord(std::string_view word) {
+    const bool whole = !word.empty() && word.find(' ') == std::string_view::npos;
+    return whole ? textPrintable(word) : '"' + textPrintable(word) + '"';
+}
+
 std::string behind(const Walk &walk) { return walk.read.empty() ? "" : " behind \"" + walk.read + "\""; }
 
 // The one word of `allowed` that the typed word means, "" and a sentence when there is none or more than one.
@@ -82,7 +88,7 @@ std::string_view chooseWord(const Walk &walk, const std::vector<std::string_view
         if (word == typed || commandPlaceholder(word) != nullptr) {
             return word;
         }
-        if (word.starts_with(typed)) {
+        if (!typed.empty() && word.starts_with(typed)) {
             fitting.push_back(word);
         }
     }
@@ -90,7 +96,9 @@ std::string_view chooseWord(const Walk &walk, const std::vector<std::string_view
         return fitting[0];
     }
     if (allowed.empty()) {
-        *error = "nothing may stand" + behind(walk) + ", but there is " + textQuoted(typed);
+        const Placeholder *last = commandPlaceholder(wordAt(*walk.open.front(), walk.depth - 1));
+        *error =
+            "nothing may stand" + behind(walk) + ", but there is " + textQuoted(typed) + (last != nullptr ? last->excess : "");
     } else if (fitting.empty()) {
         *error = textQuoted(typed) + " is not known" + (walk.read.empty() ? " here" : behind(walk)) + ": allowed " +
                  (allowed.size() == 1 ? "is " : "are ") + joinWords(allowed, " and ");
@@ -115,7 +123,7 @@ bool walkStep(Walk *walk, std::string_view typed, std::string *error) {
     });
     walk->depth++;
     walk->read += walk->read.empty() ? "" : " ";
-    walk->read += placeholder != nullptr ? textPrintable(typed) : std::string(word);
+    walk->read += placeholder != nullptr ? typedWord(typed) : std::string(word);
     return true;
 }
 
@@ -157,10 +165,12 @@ std::string_view choiceHelp(const Walk &walk, std::string_view word) {
 void addChoices(const Walk &walk, std::string_view partial, std::vector<Choice> *choices) {
     for (const std::string_view word : nextWords(walk)) {
         const Placeholder *placeholder = commandPlaceholder(word);
-        if (placeholder != nullptr) {
-            choices->push_back({placeholder->shown, placeholder->help, true});
+        if (placeholder != nullptr && placeholder->choices != nullptr) {
+            placeholder->choices(*placeholder, partial, choices);
+        } else if (placeholder != nullptr) {
+            choices->push_back({placeholder->shown, placeholder->help, ChoiceKind::value});
         } else if (word.starts_with(partial)) {
-            choices->push_back({word, choiceHelp(walk, word), false});
+            choices->push_back({word, choiceHelp(walk, word), ChoiceKind::word});
         }
     }
 }
@@ -192,7 +202,7 @@ std::string elsewhere(uint32_t place, std::span<const std::string_view> words) {
     }
     std::string line;
     for (const std::string_view word : words) {
-        line += (line.empty() ? "" : " ") + std::string(word);
+        line += (line.empty() ? "" : " ") + typedWord(word);
     }
     return textQuoted(line) + " belongs to " + ways;
 }
@@ -240,7 +250,7 @@ bool parserChoices(uint32_t place, std::span<const std::string_view> words, std:
     }
     const Command *complete = walkComplete(walk);
     if (complete != nullptr && partial.empty() && !words.empty()) {
-        choices->push_back({PARSER_ENTER, complete->help, true});
+        choices->push_back({PARSER_ENTER, complete->help, ChoiceKind::value});
     }
     if (complete != nullptr && complete->enters != 0) {
         walkStart(&walk, complete->enters);

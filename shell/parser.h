@@ -21,13 +21,6 @@ struct ParsedCommand {
 [[nodiscard]] bool parserRead(uint32_t place, std::span<const std::string_view> words, std::vector<ParsedCommand> *parsed,
                               std::string *error);
 
-// Something that may stand next.
-struct Choice {
-    std::string_view word; // what to type; for a value, how it is written
-    std::string_view help;
-    bool value; // stands for a value: cannot be completed
-};
-
 // True when the line is one that would enter a place, however wrong its value: what follows it is meant for that place.
 [[nodiscard]] bool parserMeansToEnter(uint32_t place, std::span<const std::string_view> words);
 

@@ -4,6 +4,7 @@
 #include <cassert>
 #include <nlohmann/json.hpp>
 
+#include "shell/printable.h"
 #include "shell/values.h"
 
 namespace {
@@ -61,7 +62,7 @@ std::vector<bool> tableRightAligned(const Table &table) {
 void appendLine(std::string *out, const Line &line, const std::vector<size_t> &widths, const std::vector<bool> &right) {
     std::string text;
     for (size_t i = 0; i < line.cells.size(); i++) {
-        const size_t pad = widths[i] - line.cells[i].size();
+        const size_t pad = widths[i] - printableCount(line.cells[i]);
         text.append(i == 0 ? 0 : COLUMN_GAP, ' ');
         text += right[i] ? std::string(pad, ' ') + line.cells[i] : line.cells[i] + std::string(pad, ' ');
     }
@@ -87,7 +88,7 @@ void appendTable(std::string *out, const Table &table) {
     for (size_t i = 0; i < widths.size(); i++) {
         widths[i] = heading.cells[i].size();
         for (const Line &line : lines) {
-            widths[i] = std::max(widths[i], line.cells[i].size());
+            widths[i] = std::max(widths[i], printableCount(line.cells[i]));
         }
     }
     appendLine(out, heading, widths, right);

@@ -9,11 +9,10 @@ namespace {
 
 constexpr std::string_view BLANKS = " \t\r\n";
 
-// What may stand at the end of `words`, one choice a line.
-Outcome runHelp(Session *session, std::vector<std::string_view> words) {
-    std::string_view partial = words.back();
-    partial.remove_suffix(1);
-    words.pop_back();
+bool isBlank(char c) { return BLANKS.find(c) != std::string_view::npos; }
+
+// What may stand behind `words` and starts with `partial`, one choice a line.
+Outcome runHelp(Session *session, std::span<const std::string_view> words, std::string_view partial) {
     std::vector<Choice> choices;
     if (!parserChoices(session->place.kind, words, partial, &choices, &session->error)) {
         return Outcome::usage;
@@ -34,38 +33,37 @@ Outcome runHelp(Session *session, std::vector<std::string_view> words) {
     return Outcome::done;
 }
 
-} // namespace
-
-std::vector<std::string_view> sessionWords(std::string_view line) {
-    std::vector<std::string_view> words;
-    for (size_t at = line.find_first_not_of(BLANKS); at != std::string_view::npos; at = line.find_first_not_of(BLANKS, at)) {
-        if (words.empty() && (line[at] == '!' || line[at] == '#')) {
-            break;
-        }
-        const size_t end = std::min(line.find_first_of(BLANKS, at), line.size());
-        words.push_back(line.substr(at, end - at));
-        at = end;
+// False and a sentence when the quotes of a line are not as they must be.
+bool quotesAreGood(Session *session, std::string_view last, WordEnd end) {
+    if (end == WordEnd::open) {
+        session->error = "the double quote in front of " + textQuoted(last) + " is never closed";
+    } else if (end == WordEnd::glued) {
+        session->error = "a blank must stand behind the double quote that closes " + textQuoted(last) +
+                         ": there are no double quotes inside a text";
     }
-    return words;
+    return session->error.empty();
 }
 
-Outcome sessionRun(Session *session, std::string_view line) {
-    session->output.clear();
-    session->error.clear();
-    if (line.size() > SESSION_LINE_MAX) {
-        session->error = "the line is too long: it has " + std::to_string(line.size()) + " characters, allowed are " +
+bool lengthIsGood(Session *session, size_t length) {
+    if (length > SESSION_LINE_MAX) {
+        session->error = "the line is too long: it has " + std::to_string(length) + " characters, allowed are " +
                          std::to_string(SESSION_LINE_MAX);
-        return Outcome::usage;
     }
-    const std::vector<std::string_view> words = sessionWords(line);
-    if (words.empty()) {
-        return Outcome::done;
-    }
-    if (words.back().ends_with('?')) {
-        return runHelp(session, words);
-    }
+    return session->error.empty();
+}
+
+Outcome runWords(Session *session, std::vector<std::string_view> words, WordEnd end) {
     std::vector<ParsedCommand> commands;
-    if (!parserRead(session->place.kind, words, &commands, &session->error)) {
+    const bool known = parserRead(session->place.kind, words, &commands, &session->error);
+    const bool asks = end == WordEnd::plain && words.back().ends_with('?');
+    if (asks && (!known || words.back() == "?")) {
+        session->error.clear();
+        std::string_view partial = words.back();
+        partial.remove_suffix(1);
+        words.pop_back();
+        return runHelp(session, words, partial);
+    }
+    if (!known) {
         return Outcome::usage;
     }
     const Place start = session->place;
@@ -78,6 +76,78 @@ Outcome sessionRun(Session *session, std::string_view line) {
         session->place = start;
     }
     return outcome;
+}
+
+} // namespace
+
+std::vector<std::string_view> sessionWords(std::string_view line, WordEnd *last) {
+    std::vector<std::string_view> words;
+    WordEnd end = WordEnd::plain;
+    for (size_t at = line.find_first_not_of(BLANKS); at < line.size() && end != WordEnd::open && end != WordEnd::glued;
+         at = std::min(line.find_first_not_of(BLANKS, at), line.size())) {
+        if (words.empty() && (line[at] == '!' || line[at] == '#')) {
+            break;
+        }
+        const bool quoted = line[at] == '"';
+        at += quoted ? 1 : 0;
+        const size_t stop = std::min(quoted ? line.find('"', at) : line.find_first_of(BLANKS, at), line.size());
+        words.push_back(line.substr(at, stop - at));
+        at = quoted ? std::min(stop + 1, line.size()) : stop;
+        end = !quoted                                  ? WordEnd::plain
+              : stop == line.size()                    ? WordEnd::open
+              : at < line.size() && !isBlank(line[at]) ? WordEnd::glued
+                                                       : WordEnd::quoted;
+    }
+    if (last != nullptr) {
+        *last = end;
+    }
+    return words;
+}
+
+TypedLine sessionTyped(std::string_view line) {
+    TypedLine typed = {};
+    typed.words = sessionWords(line, &typed.end);
+    const bool inWord = typed.end == WordEnd::plain && !line.empty() && !isBlank(line.back());
+    if (!typed.words.empty() && (inWord || typed.end == WordEnd::open)) {
+        typed.partial = typed.words.back();
+        typed.words.pop_back();
+    }
+    return typed;
+}
+
+Outcome sessionRun(Session *session, std::string_view line) {
+    session->output.clear();
+    session->error.clear();
+    if (!lengthIsGood(session, line.size())) {
+        return Outcome::usage;
+    }
+    line = line.substr(0, line.find_last_not_of(BLANKS) + 1);
+    WordEnd end = WordEnd::plain;
+    const std::vector<std::string_view> words = sessionWords(line, &end);
+    if (words.empty()) {
+        return Outcome::done;
+    }
+    return quotesAreGood(session, words.back(), end) ? runWords(session, words, end) : Outcome::usage;
+}
+
+Outcome sessionRunWords(Session *session, std::vector<std::string_view> words) {
+    session->output.clear();
+    session->error.clear();
+    size_t length = words.size();
+    for (const std::string_view word : words) {
+        length += word.size();
+    }
+    return lengthIsGood(session, length) ? runWords(session, std::move(words), WordEnd::plain) : Outcome::usage;
+}
+
+Outcome sessionHelp(Session *session, std::string_view line) {
+    session->output.clear();
+    session->error.clear();
+    const TypedLine typed = sessionTyped(line);
+    if (typed.end == WordEnd::glued && !quotesAreGood(session, typed.words.back(), typed.end)) {
+        return Outcome::usage;
+    }
+    return lengthIsGood(session, line.size()) ? runHelp(session, typed.words, typed.partial) : Outcome::usage;
 }
 
 std::string sessionPrompt(const Session &session) {

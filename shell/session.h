@@ -40,11 +40,36 @@ struct Session {
     std::string error;  // of the last line, one sentence without a full stop; empty unless it failed
 };
 
-// Words of a line: what stands between spaces and tabs. A comment line ("!" or "#" first) and an empty line have none.
-std::vector<std::string_view> sessionWords(std::string_view line);
+// How the last word of a line ends.
+enum class WordEnd : uint32_t {
+    plain,  // it was not quoted
+    quoted, // with its closing quote
+    open,   // the closing quote is missing
+    glued,  // something stands right behind the closing quote
+};
 
-// Runs one line. A line that ends in "?" asks what may stand there.
+// Words of a line: what stands between spaces and tabs. A word that starts with a double quote goes on to the next one, and
+// everything between them is taken as it stands. A comment line ("!" or "#" first) and an empty line have no words. Nothing is
+// read behind a word that is open or glued, which no line may have.
+std::vector<std::string_view> sessionWords(std::string_view line, WordEnd *last = nullptr);
+
+// A line that is not finished: whole words, and what has been typed of the next one.
+struct TypedLine {
+    std::vector<std::string_view> words;
+    std::string_view partial;
+    WordEnd end; // of the last word, typed in part or whole
+};
+
+TypedLine sessionTyped(std::string_view line);
+
+// Runs one line. A line that ends in "?" asks what may stand there, unless it is complete with a text that ends so.
 Outcome sessionRun(Session *session, std::string_view line);
+
+// The same for words that somebody else has told apart: no quotes are looked for.
+Outcome sessionRunWords(Session *session, std::vector<std::string_view> words);
+
+// Asks what may stand at the end of a line that is not finished.
+Outcome sessionHelp(Session *session, std::string_view line);
 
 // "snoopd6>", "snoopd6(0/1)>", "snoopd6(vlan10)>"
 std::string sessionPrompt(const Session &session);

@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "l2/dhcp6snooping/clients/limits.h"
+#include "shell/printable.h"
 
 namespace {
 
@@ -132,6 +133,14 @@ bool valueReadMac(std::string_view word, MacAddress *mac, std::string *error) {
     return true;
 }
 
+bool valueReadIpv4(std::string_view word, Ipv4Address *address, std::string *error) {
+    if (word.find('\0') != std::string_view::npos || inet_pton(AF_INET, std::string(word).c_str(), address->data()) != 1) {
+        *error = textQuoted(word) + " is not an IPv4 address: it is written like 10.0.0.1, as four numbers from 0 to 255";
+        return false;
+    }
+    return true;
+}
+
 bool valueReadIpv6(std::string_view word, Ipv6Address *address, std::string *error) {
     // A NUL inside the word would end it early for inet_pton.
     if (word.find('\0') != std::string_view::npos || inet_pton(AF_INET6, std::string(word).c_str(), address->data()) != 1) {
@@ -139,6 +148,21 @@ bool valueReadIpv6(std::string_view word, Ipv6Address *address, std::string *err
         return false;
     }
     return true;
+}
+
+bool valueCheckText(const char *what, std::string_view text, std::string *error) {
+    size_t at = 0;
+    while (at < text.size() && text[at] != '"' && printableLength(text.substr(at)) != 0) {
+        at += printableLength(text.substr(at));
+    }
+    if (at == text.size()) {
+        return true;
+    }
+    *error = std::string(what) + " cannot be kept with " +
+             (text[at] == '"' ? "the double quote" : textQuoted(text.substr(at, 1))) + " at column " +
+             std::to_string(printableCount(text.substr(0, at)) + 1) +
+             ": allowed are printable characters other than double quotes";
+    return false;
 }
 
 std::string textPort(uint32_t port) { return "0/" + std::to_string(port); }
@@ -152,6 +176,11 @@ std::string textMac(const MacAddress &mac) {
         text += digits[byte & 15];
     }
     return text;
+}
+
+std::string textIpv4(std::span<const uint8_t, 4> address) {
+    std::array<char, INET_ADDRSTRLEN> buffer = {};
+    return inet_ntop(AF_INET, address.data(), buffer.data(), buffer.size());
 }
 
 std::string textIpv6(std::span<const uint8_t, 16> address, uint32_t prefixLength) {
@@ -199,19 +228,25 @@ std::vector<uint32_t> vlansListed(const VlanList &vlans) {
 std::string textPrintable(std::string_view text) {
     constexpr std::string_view digits = "0123456789abcdef";
     std::string clean;
-    for (const char c : text) {
-        const auto byte = static_cast<uint8_t>(c);
-        if (byte >= 0x20 && byte < 0x7f) {
-            clean += c;
+    while (!text.empty()) {
+        const auto byte = static_cast<uint8_t>(text[0]);
+        const size_t length = printableLength(text);
+        if (length != 0) {
+            clean += text.substr(0, length);
         } else {
             clean += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
         }
+        text.remove_prefix(std::max<size_t>(length, 1));
     }
     return clean;
 }
 
 std::string textQuoted(std::string_view word) {
-    return '"' + textPrintable(word.substr(0, QUOTED_MAX)) + (word.size() > QUOTED_MAX ? "...\"" : "\"");
+    size_t shown = 0;
+    for (size_t i = 0; i < QUOTED_MAX && shown < word.size(); i++) {
+        shown += std::max<size_t>(printableLength(word.substr(shown)), 1);
+    }
+    return '"' + textPrintable(word.substr(0, shown)) + (shown < word.size() ? "...\"" : "\"");
 }
 
 std::string_view textField(std::span<const char> field) {

@@ -5,6 +5,8 @@ add_executable(shell_test
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_fake.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_guard_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_hostile_test.cpp
+  ${PROJECT_SOURCE_DIR}/tests/unit/shell_idtemplate_test.cpp
+  ${PROJECT_SOURCE_DIR}/tests/unit/shell_information_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_parser_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_program_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_replay_test.cpp

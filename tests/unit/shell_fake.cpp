@@ -13,6 +13,7 @@
 
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/queries.h"
+#include "l2/dhcp6snooping/infoopt/policy.h"
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
 #include "platform/libvos.h"
 #include "platform/linux/protocol.h"
@@ -60,11 +61,29 @@ Bytes nextClient(const Bytes &request) {
     return reply;
 }
 
+// A template that is not held leaves its argument alone.
+Bytes informationPolicy(const Bytes &request) {
+    constexpr std::string_view string = "two words";
+    constexpr std::string_view text = "{hostname}/{port}";
+    Bytes policy(sizeof(Dhcp6InfoOptionPolicy));
+    policy[offsetof(Dhcp6InfoOptionPolicy, strategy)] = DHCP6_INFO_REPLACE;
+    policy[offsetof(Dhcp6InfoOptionPolicy, remoteIdType)] = DHCP6_INFO_STRING;
+    std::copy(string.begin(), string.end(), policy.begin() + offsetof(Dhcp6InfoOptionPolicy, remoteIdValue));
+    policy[offsetof(Dhcp6InfoOptionPolicy, option18Enable)] = 1;
+    policy[offsetof(Dhcp6InfoOptionPolicy, interfaceIdType)] = DHCP6_INFO_USER_DEFINED;
+    policy[offsetof(Dhcp6InfoOptionPolicy, interfaceIdTemplate) + 1] = 0x12;
+    Bytes reply = fakeEcho(request, 0);
+    fakePutArgument(&reply, 0, policy);
+    fakePutArgument(&reply, 1, Bytes(text.begin(), text.end()));
+    return reply;
+}
+
 Bytes answerCall(const Bytes &request) {
     Bytes reply = fakeEcho(request, 0);
     const uint32_t subject = argumentWord(request, 0);
     switch (fakeWord(request, HEADER)) {
     case DH6S_FUNC_GET_NEXTCLIENTS_EXT: return nextClient(request);
+    case DH6S_FUNC_INFO_GET: return informationPolicy(request);
     case DH6S_FUNC_GLOBAL_INFO_GET: fakePutArgument(&reply, 0, fakeWords({1, 0})); break;
     case DH6S_FUNC_PORT_INFO_GET:
         fakePutArgument(&reply, 1, fakeWords({subject == 4 ? 1u : 0u, subject == 1 ? 100u : 2048u, subject == 4 ? 0u : 1u}));

@@ -5,7 +5,8 @@
 // The switch: ports 0/1, 0/2 and 0/4 (trusted); VLANs 1 and 10, and a limit of 5 on VLAN 20, which does not exist; client
 // 02:00:00:00:00:01 with an address and a prefix, client 02:00:00:00:00:0a without leases. Source guard is on for port 0/1;
 // 2001:db8::5 is bound on it, 2001:db8::6 everywhere (the kernel lacks that filter), 2001:db8::7 on port 0/2; VLANs 20 and 30
-// to 32 are exempt. The kernel still has port 0/4 closed, which is not guarded any more.
+// to 32 are exempt. The kernel still has port 0/4 closed, which is not guarded any more. Option 18 is on, with the template
+// "{hostname}/{port}", option 37 off, with the string "two words".
 
 #include <cstdint>
 #include <functional>

@@ -241,7 +241,8 @@ TEST_F(ShellHostile, MutatedAnswers) {
              {"show dhcpv6-snooping", "show dhcpv6-snooping clients", "show dhcpv6-snooping interfaces",
               "show dhcpv6-snooping client 2:0:0:0:0:1", "show platform", "show platform ports", "show platform vlans",
               "show platform macs", "show platform counters", "show platform filters", "show ipv6-source-guard",
-              "show ipv6-source-guard interfaces", "show ipv6-source-guard bindings", "show ipv6-source-guard vlans"}) {
+              "show ipv6-source-guard interfaces", "show ipv6-source-guard bindings", "show ipv6-source-guard vlans",
+              "show dhcpv6-snooping information"}) {
             session.json = random() % 2 == 0;
             const Outcome outcome = sessionRun(&session, line);
             ends[static_cast<size_t>(outcome)]++;
@@ -258,9 +259,28 @@ TEST_F(ShellHostile, MutatedAnswers) {
 TEST_F(ShellHostile, RandomLines) {
     start(fakeSwitch);
     std::mt19937 random(7);
-    std::vector<std::string> words = {
-        "0/1",     "0/29", "10", "2048",   "99999999999", "2:0:0:0:0:1", "2001:db8::1", "?", "!", "\xff", std::string(1, '\0'),
-        "\x1b[2J", "s",    "d",  "<port>", "<words>",     "<enter>"};
+    std::vector<std::string> words = {"0/1",
+                                      "0/29",
+                                      "10",
+                                      "2048",
+                                      "99999999999",
+                                      "2:0:0:0:0:1",
+                                      "2001:db8::1",
+                                      "?",
+                                      "!",
+                                      "\xff",
+                                      std::string(1, '\0'),
+                                      "\x1b[2J",
+                                      "s",
+                                      "d",
+                                      "<port>",
+                                      "<words>",
+                                      "<enter>",
+                                      "\"",
+                                      "\"two words\"",
+                                      "{hostname}",
+                                      "{vlan-address:",
+                                      "{"};
     for (const Command &command : commandTable()) {
         for (size_t i = 0; i < commandWordCount(command); i++) {
             words.emplace_back(commandWord(command, i));

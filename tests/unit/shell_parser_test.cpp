@@ -56,6 +56,9 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{PLACE_TOP, "ip bind ip 2001:db8::1 mac 2:0:0:0:0:1", "ipv6-source-guard bind ip <ipv6> mac <mac>", nullptr},
         ReadCase{PLACE_TOP, "un ip b a", "undo ipv6-source-guard bind all", nullptr},
         ReadCase{PLACE_TOP, "undo ipv6-source-guard vlan 1,3-5,", "undo ipv6-source-guard vlan <vlans>", nullptr},
+        ReadCase{PLACE_TOP, "dh inf op 18", "dhcpv6-snooping information option 18", nullptr},
+        ReadCase{PLACE_TOP, "un dh inf int", "undo dhcpv6-snooping information interface-id", nullptr},
+        ReadCase{PLACE_TOP, "dh inf rem st \"two words\"", "dhcpv6-snooping information remote-id string <string>", nullptr},
         ReadCase{PLACE_TOP, "help", "help", nullptr}, ReadCase{PLACE_TOP, "help show dhcp whatever", "help <words>", nullptr},
         ReadCase{PLACE_VLAN, "q", "quit", nullptr}));
 
@@ -68,9 +71,16 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{PLACE_TOP, "show platform p v", nullptr,
                  "nothing may stand behind \"show platform ports\", but there is \"v\""},
         ReadCase{PLACE_TOP, "sh d x", nullptr,
-                 "\"x\" is not known behind \"show dhcpv6-snooping\": allowed are clients, client, interfaces and vlans"},
+                 "\"x\" is not known behind \"show dhcpv6-snooping\": allowed are clients, client, interfaces, vlans and "
+                 "information"},
         ReadCase{PLACE_TOP, "clear dhcpv6-snooping x", nullptr,
                  "\"x\" is not known behind \"clear dhcpv6-snooping\": allowed is clients"},
+        ReadCase{PLACE_TOP, "clear \"\"", nullptr, "\"\" is not known behind \"clear\": allowed is dhcpv6-snooping"},
+        ReadCase{PLACE_TOP, "dhcpv6-snooping information remote-id string two words", nullptr,
+                 "nothing may stand behind \"dhcpv6-snooping information remote-id string two\", but there is \"words\": a "
+                 "text with blanks is put in double quotes"},
+        ReadCase{PLACE_VLAN, "dhcpv6-snooping information remote-id string \"two words\"", nullptr,
+                 "\"dhcpv6-snooping information remote-id string \"two words\"\" belongs to the top: say \"quit\" first"},
         ReadCase{PLACE_TOP, "clear", nullptr, "the line is not complete: \"clear\" wants dhcpv6-snooping behind it"},
         ReadCase{PLACE_TOP, "interface ethernet", nullptr,
                  "the line is not complete: \"interface ethernet\" wants 0/N behind it"},
@@ -111,18 +121,46 @@ TEST(ShellParser, CommentsAndEmptyLinesHaveNoWords) {
     EXPECT_EQ(sessionWords("help !").size(), 2u);
 }
 
+TEST(ShellParser, QuotesHoldWordsTogether) {
+    using Words = std::vector<std::string_view>;
+    const struct {
+        const char *line;
+        Words words;
+        WordEnd end;
+    } cases[] = {
+        {"a b", {"a", "b"}, WordEnd::plain},
+        {"a \"b  c\" d", {"a", "b  c", "d"}, WordEnd::plain},
+        {"a \"b\\n\\\"\t", {"a", "b\\n\\"}, WordEnd::quoted},
+        {"\" ! \"", {" ! "}, WordEnd::quoted},
+        {"a \"\"", {"a", ""}, WordEnd::quoted},
+        {"a \"b c", {"a", "b c"}, WordEnd::open},
+        {"a \"", {"a", ""}, WordEnd::open},
+        {"a \"b\"c d", {"a", "b"}, WordEnd::glued},
+        {"a \"b\"\"c\"", {"a", "b"}, WordEnd::glued},
+        {"a b\"c d\"", {"a", "b\"c", "d\""}, WordEnd::plain},
+        {"! \"", {}, WordEnd::plain},
+    };
+    for (const auto &c : cases) {
+        WordEnd end = WordEnd::open;
+        EXPECT_EQ(sessionWords(c.line, &end), c.words) << c.line;
+        EXPECT_EQ(end, c.end) << c.line;
+    }
+}
+
 // Words of every form, values replaced by good ones.
 std::vector<std::string> goodWords(const Command &command) {
     std::vector<std::string> words;
     for (size_t i = 0; i < commandWordCount(command); i++) {
         const std::string word(commandWord(command, i));
-        words.push_back(word == "<port>"    ? "0/28"
-                        : word == "<vlan>"  ? "4094"
-                        : word == "<vlans>" ? "1,3-5,4094,"
-                        : word == "<limit>" ? "2048"
-                        : word == "<mac>"   ? "02:00:00:00:00:01"
-                        : word == "<ipv6>"  ? "2001:db8::1"
-                                            : word);
+        words.push_back(word == "<port>"      ? "0/28"
+                        : word == "<vlan>"    ? "4094"
+                        : word == "<vlans>"   ? "1,3-5,4094,"
+                        : word == "<limit>"   ? "2048"
+                        : word == "<mac>"     ? "02:00:00:00:00:01"
+                        : word == "<ipv6>"    ? "2001:db8::1"
+                        : word == "<id-ipv4>" ? "10.0.0.1"
+                        : word == "<id-ipv6>" ? "2001:db8::1"
+                                              : word);
     }
     return words;
 }
@@ -174,7 +212,7 @@ TEST(ShellParser, ChoicesBehindAPlaceAreThatPlaces) {
     EXPECT_EQ(choices[0].word, "trust");
     EXPECT_EQ(choices[1].word, "max-clients");
     ASSERT_TRUE(parserChoices(PLACE_TOP, sessionWords("show dhcpv6-snooping"), "", &choices, &error));
-    ASSERT_EQ(choices.size(), 5u);
+    ASSERT_EQ(choices.size(), 6u);
     EXPECT_EQ(choices[0].word, PARSER_ENTER);
     ASSERT_TRUE(parserChoices(PLACE_TOP, sessionWords("show dhcpv6-snooping"), "cl", &choices, &error));
     ASSERT_EQ(choices.size(), 2u);
@@ -207,6 +245,37 @@ TEST(ShellCompletion, AddsWhatIsCertain) {
     session.place = {.kind = PLACE_INTERFACE, .number = 1};
     EXPECT_EQ(interactiveCompletion(session, "dh"), "cpv6-snooping ");
     EXPECT_EQ(interactiveCompletion(session, "dhcpv6-snooping t"), "rust ");
+}
+
+TEST(ShellCompletion, ElementsOfATemplate) {
+    Session session;
+    const std::string line = "dh inf int user ";
+    EXPECT_EQ(interactiveCompletion(session, line), "");
+    EXPECT_EQ(interactiveCompletion(session, line + "{"), "");
+    EXPECT_EQ(interactiveCompletion(session, line + "{ho"), "stname}");
+    EXPECT_EQ(interactiveCompletion(session, line + "\"two {ho"), "stname}");
+    EXPECT_EQ(interactiveCompletion(session, line + "\"{port}/{po"), "");
+    EXPECT_EQ(interactiveCompletion(session, line + "\"{port}/{port-n"), "ame}");
+    EXPECT_EQ(interactiveCompletion(session, line + "{in"), "ner-vlan}");
+    EXPECT_EQ(interactiveCompletion(session, line + "{sl"), "ot}");
+    EXPECT_EQ(interactiveCompletion(session, line + "{vl"), "an-address:");
+    EXPECT_EQ(interactiveCompletion(session, line + "{vlan-address:1"), "");
+    EXPECT_EQ(interactiveCompletion(session, line + "{{ho"), "") << "no element";
+    EXPECT_EQ(interactiveCompletion(session, line + "{zz"), "");
+    EXPECT_EQ(interactiveCompletion(session, line + "\"{port}\""), "");
+    EXPECT_EQ(interactiveCompletion(session, line + "\"{port}\"{ho"), "");
+    EXPECT_EQ(interactiveCompletion(session, "dh inf int string \"{ho"), "");
+    EXPECT_EQ(interactiveCompletion(session, "\"sh"), "ow ") << "a quoted word is a word";
+}
+
+TEST(ShellCompletion, AQuestionMarkInsideQuotesIsText) {
+    EXPECT_TRUE(interactiveTakesQuestionMark("dh inf rem string \"really"));
+    EXPECT_TRUE(interactiveTakesQuestionMark("dh inf rem string \""));
+    EXPECT_TRUE(interactiveTakesQuestionMark("dh inf rem user \"{port}{{ho"));
+    EXPECT_FALSE(interactiveTakesQuestionMark("dh inf rem user \"{port}{ho"));
+    EXPECT_FALSE(interactiveTakesQuestionMark("dh inf rem string \"really\""));
+    EXPECT_FALSE(interactiveTakesQuestionMark("dh inf rem string really"));
+    EXPECT_FALSE(interactiveTakesQuestionMark(""));
 }
 
 } // namespace

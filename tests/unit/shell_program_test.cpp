@@ -67,6 +67,50 @@ TEST_F(ShellProgram, ExitStatusSaysHowItWent) {
     EXPECT_EQ(absent.err, "snoopctl: no answer from the daemon: is snoopd6 running? looked at /nonexistent/snoopd6.sock\n");
 }
 
+// What a program gives as one argument stays one word.
+TEST_F(ShellProgram, ArgumentsAreWords) {
+    const std::string head = "2000000003000000040000000000000000000000000000000400000000000000040000000000000";
+    const struct {
+        std::vector<std::string> arguments;
+        const char *value; // hexadecimal, with length and padding
+    } cases[] = {
+        {{"dhcpv6-snooping", "information", "remote-id", "string", "two words"}, "0a0000000000000074776f20776f726473000000"},
+        {{"dhcpv6-snooping", "information", "remote-id", "string", "what?"},
+         "06000000000000007768"
+         "61743f000000"},
+        {{"dhcpv6-snooping", "information", "remote-id", "string", " "}, "020000000000000020"},
+        {{"dhcpv6-snooping information remote-id string \"two words\""}, "0a0000000000000074776f20776f726473000000"},
+    };
+    for (const auto &c : cases) {
+        const Finished done = run(c.arguments);
+        EXPECT_EQ(done.status, 0) << done.err;
+        const std::string payload = fakeHex(fakeRequests(&daemon).back()).substr(48);
+        EXPECT_EQ(payload.rfind(head, 0), 0u) << payload;
+        EXPECT_EQ(payload.find(c.value), 80u) << payload;
+    }
+    const struct {
+        std::vector<std::string> arguments;
+        const char *error;
+    } refused[] = {
+        {{"dhcpv6-snooping", "information", "remote-id", "string", "\"two"},
+         "the string cannot be kept with the double quote at column 1: allowed are printable characters other than double "
+         "quotes"},
+        {{"dhcpv6-snooping", "information", "remote-id", "string", ""}, "the string \"\" has 0 bytes: allowed are 1 to 79"},
+        {{"show dhcpv6-snooping", "clients"},
+         "\"show dhcpv6-snooping\" is not known here: allowed are dhcpv6-snooping, undo, "
+         "interface, ipv6-source-guard, vlan, clear, show, debug, help and quit"},
+        {{"show", ""}, "\"\" is not known behind \"show\": allowed are dhcpv6-snooping, ipv6-source-guard and platform"},
+    };
+    for (const auto &c : refused) {
+        const Finished done = run(c.arguments);
+        EXPECT_EQ(done.status, 2);
+        EXPECT_EQ(done.err, std::string("snoopctl: ") + c.error + "\n");
+    }
+    EXPECT_EQ(run({"show", "platform", "p?"}).out, "  ports  interface, link and state of every port\n");
+    EXPECT_EQ(run({"dhcpv6-snooping", "information", "remote-id", "string", "?"}).out.rfind("  TEXT  ", 0), 0u);
+    EXPECT_EQ(run({std::string(600, 'x'), std::string(600, 'x')}).status, 2);
+}
+
 TEST_F(ShellProgram, Options) {
     EXPECT_EQ(run({"--version"}).out, "snoopctl " SNOOPD6_VERSION "\n");
     const Finished help = run({"--help"});
@@ -122,6 +166,7 @@ Terminal terminalStart(const FakeDaemon &daemon) {
     terminal.child = forkpty(&terminal.fd, nullptr, nullptr, &size);
     if (terminal.child == 0) {
         setenv("TERM", "vt100", 1);
+        setenv("LC_ALL", "C", 1); // a serial console
         execl(SNOOPCTL_PROGRAM, "snoopctl", "--run", daemon.folder.c_str(), nullptr);
         _exit(99);
     }
@@ -189,6 +234,27 @@ TEST_F(ShellProgram, AtATerminal) {
     EXPECT_EQ(fakeHex(requests[0]).substr(48), "0200000002000000"
                                                "04000000000000000100000000000000"
                                                "04000000000000000100000000000000");
+}
+
+TEST_F(ShellProgram, TextsAtATerminal) {
+    Terminal terminal = terminalStart(daemon);
+    ASSERT_TRUE(terminalExpect(&terminal, "snoopd6> ")) << terminal.seen;
+    terminalType(terminal, "dh inf rem user \"\xc3\xbc{ho\t? {vl?");
+    ASSERT_TRUE(terminalExpect(&terminal, "  {vlan-address:  IPv4 address of the switch in that VLAN")) << terminal.seen;
+    ASSERT_TRUE(terminalExpect(&terminal, "snoopd6> dh inf rem user \"\xc3\xbc{hostname}? {vl")) << terminal.seen;
+    terminalType(terminal, "\t10}\"\r");
+    ASSERT_TRUE(terminalExpect(&terminal, "snoopd6> ")) << terminal.seen;
+    terminalType(terminal, "dh inf int user ?");
+    ASSERT_TRUE(terminalExpect(&terminal, "  {outer-vlan}       outer VLAN")) << terminal.seen;
+    terminalType(terminal, "\x03");
+    ASSERT_TRUE(terminalExpect(&terminal, "^C")) << terminal.seen;
+    ASSERT_TRUE(terminalExpect(&terminal, "snoopd6> ")) << terminal.seen;
+    terminalType(terminal, "quit\r");
+    EXPECT_EQ(terminalEnd(&terminal), 0) << terminal.seen;
+    const std::vector<Bytes> requests = fakeRequests(&daemon);
+    ASSERT_EQ(requests.size(), 1u);
+    const std::string text = "\xc3\xbc{hostname}? {vlan-address:10}";
+    EXPECT_EQ(std::string(requests[0].begin() + 72, requests[0].begin() + 72 + static_cast<long>(text.size())), text);
 }
 
 TEST_F(ShellProgram, EndOfInputLeavesTheTerminal) {

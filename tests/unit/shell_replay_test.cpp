@@ -60,6 +60,13 @@ TEST_F(ShellReplay, ARunningConfigurationGoesThrough) {
                                        "dhcpv6-snooping\r\n"
                                        "undo dhcpv6-snooping port-down-action fast-remove\r\n"
                                        "dhcpv6-snooping l2-relay\r\n"
+                                       "dhcpv6-snooping information option 18\r\n"
+                                       "dhcpv6-snooping information option 37\r\n"
+                                       "dhcpv6-snooping information interface-id ipv4-address 10.0.0.1\r\n"
+                                       "dhcpv6-snooping information interface-id ipv6-address 2001:db8::1\r\n"
+                                       "dhcpv6-snooping information interface-id string \"a ! \\ # b?\"\r\n"
+                                       "dhcpv6-snooping information remote-id string \"?\"\r\n"
+                                       "dhcpv6-snooping information remote-id user-defined \"{hostname} {{ {port}\"\r\n"
                                        "interface ethernet 0/4\r\n"
                                        "dhcpv6-snooping trust\r\n"
                                        "dhcpv6-snooping max-clients 5\r\n"
@@ -80,7 +87,7 @@ TEST_F(ShellReplay, ARunningConfigurationGoesThrough) {
                                        "vlan 10\r\n");
     EXPECT_EQ(err, "");
     EXPECT_EQ(result.failed + result.skipped, 0u);
-    EXPECT_EQ(calls(), (std::vector<uint32_t>{0, 34, 35, 2, 6, 4, 8, 23, 23, 14, 14, 14}));
+    EXPECT_EQ(calls(), (std::vector<uint32_t>{0, 34, 35, 30, 31, 32, 32, 32, 32, 32, 2, 6, 4, 8, 23, 23, 14, 14, 14}));
     EXPECT_EQ(session.place.kind, PLACE_TOP);
     EXPECT_FALSE(session.ended);
 }

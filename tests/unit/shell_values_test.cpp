@@ -96,6 +96,46 @@ TEST(ShellValues, Ipv6Addresses) {
     }
 }
 
+TEST(ShellValues, Ipv4Addresses) {
+    Ipv4Address address = {};
+    std::string error;
+    EXPECT_TRUE(valueReadIpv4("10.0.0.255", &address, &error));
+    EXPECT_EQ(address, (Ipv4Address{10, 0, 0, 255}));
+    EXPECT_EQ(textIpv4(address), "10.0.0.255");
+    for (const std::string_view word : {""sv, "10.0.0"sv, "10.0.0.256"sv, "10.0.0.1.2"sv, "10.0.0.1 "sv, "10.0.0.1/8"sv,
+                                        "::1"sv, "0x0a.0.0.1"sv, "10.0.0.1\0"sv}) {
+        EXPECT_FALSE(valueReadIpv4(word, &address, &error)) << word;
+        EXPECT_EQ(error,
+                  textQuoted(word) + " is not an IPv4 address: it is written like 10.0.0.1, as four numbers from 0 to 255");
+        EXPECT_EQ(textIpv4(address), "10.0.0.255");
+    }
+}
+
+TEST(ShellValues, TextsThatAreKept) {
+    std::string error;
+    for (const std::string_view text : {""sv, "two words"sv, "\\n {}'`$(x)!#?"sv, "Z\xc3\xbcrich"sv,
+                                        "\xe6\x9d\xb1\xe4\xba\xac"sv, "\xf0\x9f\x90\x8d"sv, "\xf4\x8f\xbf\xbd"sv}) {
+        EXPECT_TRUE(valueCheckText("the text", text, &error)) << text << error;
+        EXPECT_EQ(textPrintable(text), text);
+    }
+    // NUL, controls of both kinds, cut off, too long by design, surrogate, beyond Unicode, direction marks.
+    for (const std::string_view text :
+         {"ab\0c"sv, "ab\tc"sv, "ab\n"sv, "ab\x7f"sv, "ab\xc2\x85"sv, "ab\xc3"sv, "ab\xc3("sv, "ab\xfcrich"sv, "ab\xc0\xaf"sv,
+          "ab\xe0\x80\xaf"sv, "ab\xe2\x82"sv, "ab\xed\xa0\x80"sv, "ab\xf4\x90\x80\x80"sv, "ab\xf8\x88\x80\x80\x80"sv,
+          "ab\x80"sv, "ab\xe2\x80\xae"sv, "ab\xe2\x81\xa6"sv, "ab\xef\xbb\xbf"sv}) {
+        EXPECT_FALSE(valueCheckText("the text", text, &error)) << text;
+        EXPECT_NE(error.find("the text cannot be kept with \"\\x"), std::string::npos) << error;
+        EXPECT_NE(error.find("at column 3: allowed are printable characters other than double quotes"), std::string::npos)
+            << error;
+        for (const char c : textPrintable(text)) {
+            EXPECT_TRUE(c >= ' ' && c < 0x7f) << textPrintable(text);
+        }
+    }
+    EXPECT_FALSE(valueCheckText("the text", "\xc3\xbc\"", &error));
+    EXPECT_EQ(error, "the text cannot be kept with the double quote at column 2: allowed are printable characters other than "
+                     "double quotes");
+}
+
 TEST(ShellValues, DurationsNameTheirTwoLargestUnits) {
     EXPECT_EQ(textDuration(0), "0s");
     EXPECT_EQ(textDuration(59), "59s");
@@ -123,6 +163,11 @@ TEST(ShellValues, NothingUnprintableReachesTheTerminal) {
     EXPECT_EQ(textPrintable("a\x1b[2J\x7f\xff\n"s), "a\\x1b[2J\\x7f\\xff\\x0a");
     EXPECT_EQ(textQuoted("a\0b"sv), "\"a\\x00b\"");
     EXPECT_EQ(textQuoted(std::string(65, 'x')), '"' + std::string(64, 'x') + "...\"");
+    std::string many;
+    for (int i = 0; i < 65; i++) {
+        many += "\xc3\xbc";
+    }
+    EXPECT_EQ(textQuoted(many), '"' + many.substr(2) + "...\"") << "cut between characters";
     const char whole[4] = {'a', 'b', 'c', 'd'};
     EXPECT_EQ(textField(whole), "abcd");
     const char part[4] = {'a', '\0', 'c', 'd'};

@@ -1,0 +1,87 @@
+#include "shell/information.h"
+
+#include "l2/dhcp6snooping/mgmt/remotecalls.h"
+#include "shell/actions.h"
+#include "shell/idtemplate.h"
+#include "shell/values.h"
+
+namespace {
+
+constexpr uint32_t REMOTE_ID = 0; // how DH6S_FUNC_INFO_ID_SET tells the two apart
+constexpr uint32_t INTERFACE_ID = 1;
+
+constexpr size_t STRING_MAX = DHCP6_INFO_VALUE - 1;
+
+Outcome setOption(Session *session, uint32_t id, const char *number, bool undo) {
+    uint32_t enable = undo ? 0 : 1;
+    const CallEnd end = callRun(&session->connection, id, {callArgument(&enable, sizeof enable)}, &session->error);
+    return actionEnd(session, end, std::string("the daemon refused to turn option ") + number + (undo ? " off" : " on"));
+}
+
+Outcome setId(Session *session, uint32_t which, const InformationId &id) {
+    uint32_t type = id.type;
+    std::vector<uint8_t> value = id.value;
+    const CallEnd end = callRun(
+        &session->connection, DH6S_FUNC_INFO_ID_SET,
+        {callArgument(&which, sizeof which), callArgument(&type, sizeof type), callArgument(value.data(), value.size())},
+        &session->error);
+    return actionEnd(session, end,
+                     std::string("the daemon refused this ") + (which == REMOTE_ID ? "remote-id" : "interface-id") +
+                         ": \"show dhcpv6-snooping information\" says what it has now");
+}
+
+} // namespace
+
+bool informationReadIpv4(std::string_view word, InformationId *id, std::string *error) {
+    Ipv4Address address = {};
+    if (!valueReadIpv4(word, &address, error)) {
+        return false;
+    }
+    *id = {.type = DHCP6_INFO_IPV4, .value = {address.begin(), address.end()}};
+    return true;
+}
+
+bool informationReadIpv6(std::string_view word, InformationId *id, std::string *error) {
+    Ipv6Address address = {};
+    if (!valueReadIpv6(word, &address, error)) {
+        return false;
+    }
+    *id = {.type = DHCP6_INFO_IPV6, .value = {address.begin(), address.end()}};
+    return true;
+}
+
+bool informationReadString(std::string_view word, InformationId *id, std::string *error) {
+    if (word.empty() || word.size() > STRING_MAX) {
+        *error = "the string " + textQuoted(word) + " has " + std::to_string(word.size()) + " bytes: allowed are 1 to " +
+                 std::to_string(STRING_MAX);
+        return false;
+    }
+    if (!valueCheckText("the string", word, error)) {
+        return false;
+    }
+    *id = {.type = DHCP6_INFO_STRING, .value = {word.begin(), word.end()}};
+    id->value.push_back(0);
+    return true;
+}
+
+bool informationReadTemplate(std::string_view word, InformationId *id, std::string *error) {
+    Dhcp6InfoIdTemplate record = {};
+    if (!idTemplateRead(word, &record, error)) {
+        return false;
+    }
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&record);
+    *id = {.type = DHCP6_INFO_USER_DEFINED, .value = {bytes, bytes + sizeof record}};
+    return true;
+}
+
+Outcome actionOption18(Session *session, const Arguments &arguments) {
+    return setOption(session, DH6S_FUNC_INFO_OPTION18_ENALBE, "18", arguments.undo);
+}
+
+Outcome actionOption37(Session *session, const Arguments &arguments) {
+    return setOption(session, DH6S_FUNC_INFO_OPTION37_ENALBE, "37", arguments.undo);
+}
+
+Outcome actionInterfaceId(Session *session, const Arguments &arguments) { return setId(session, INTERFACE_ID, arguments.id); }
+
+Outcome actionRemoteId(Session *session, const Arguments &arguments) { return setId(session, REMOTE_ID, arguments.id); }
