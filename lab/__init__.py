@@ -13,6 +13,8 @@ flow       where did it go: what came out of which port, and nothing else
 frames     Ethernet, IPv6 with extension headers, UDP, DHCPv6: built and read in words
 daemon     snoopd6: start, ready, stop, crash; the command shell
 calls      the daemon's socket, spoken directly
+information  options 18 and 37: what is to be added, and the frames that should come of it
+decode     what scapy and tshark read in a frame
 kea        a real server           clients    real clients
 demo       the demonstration that ./run shows
 """

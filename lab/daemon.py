@@ -14,6 +14,7 @@ from . import calls, frames, netns
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 TIMEOUT = 30.0  # seconds until the daemon must be ready or gone; development builds on a busy machine are slow
 SANITIZER_EXIT = 99
+NAMED = 'hostname "$1" && exec "$2"'  # a program on a machine of this name
 ANY_MAC = "00:00:00:00:00:00"
 
 
@@ -30,11 +31,13 @@ def program(name):
     return str(path)
 
 
-def switch_file(ports, bridge="br0", extra=""):
-    """The text of a switch file with ports 1.. on interfaces p1.. and further lines at its top."""
+def switch_file(ports, bridge="br0", extra="", lines=()):
+    """The text of a switch file with ports 1.. on interfaces p1.., further lines at its top, and further lines of ports, by
+    port."""
+    lines = dict(lines)
     text = f'bridge = "{bridge}"\n{extra}'
     for port in ports:
-        text += f'\n[[port]]\nnumber = {port}\ninterface = "p{port}"\n'
+        text += f'\n[[port]]\nnumber = {port}\ninterface = "p{port}"\n{lines.get(port, "")}'
     return text
 
 
@@ -45,8 +48,9 @@ class SanitizerReport(AssertionError):
 class Daemon:
     """One daemon's folder and, between start and stop, its process."""
 
-    def __init__(self, switch, extra="", text=None, sanitizer=""):
+    def __init__(self, switch, extra="", text=None, sanitizer="", host_name="lab-switch"):
         self.switch = switch
+        self.host_name = host_name  # of the machine that the daemon finds itself on
         self.sanitizer = sanitizer  # further options of AddressSanitizer
         self.folder = pathlib.Path("/run") / f"{switch.prefix}snoopd6"
         self.run = self.folder / "run"
@@ -70,8 +74,9 @@ class Daemon:
     def start(self):
         """Starts the daemon and waits until it answers."""
         with open(self.output, "ab") as log:
+            line = ["unshare", "--uts", "sh", "-c", NAMED, "sh", self.host_name, program("snoopd6")]
             self.process = subprocess.Popen(
-                netns.command(self.switch.namespace, [program("snoopd6")]),
+                netns.command(self.switch.namespace, line),
                 env=self.environment(), stdin=subprocess.DEVNULL, stdout=log, stderr=log,
             )  # fmt: skip
         end = time.monotonic() + TIMEOUT
@@ -85,6 +90,10 @@ class Daemon:
                     self.check_sanitizers()
                     raise AssertionError(f"snoopd6 did not start; its log:\n{self.log()}") from None
                 time.sleep(0.005)
+
+    def rename(self, host_name):
+        """The daemon's machine gets another name."""
+        subprocess.run(["nsenter", "-t", str(self.process.pid), "--uts", "hostname", host_name], check=True)
 
     def fail(self):
         """Runs a daemon that is expected to refuse to start: (exit status, what it wrote to standard error)."""

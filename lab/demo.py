@@ -5,6 +5,7 @@ checks what it shows; the exit status is 0 only if all of them held.
 """
 
 import os
+import shlex
 import subprocess
 import sys
 import textwrap
@@ -12,13 +13,14 @@ import textwrap
 from . import flow, frames, netns, sandbox
 from .clients import Dhclient, Dhcpcd
 from .daemon import Daemon, program
-from .kea import Kea
+from .kea import Kea, by_interface_id
 from .switch import Switch
 
 SECOND_STATION = "02:c0:ff:ee:00:02"
 LAN = "2001:db8:1::/64"  # what the server gives addresses of
 SERVER = "2001:db8:1::5"
 UNBOUND = "2001:db8:1::bad"  # nobody's
+SUBNETS = {b"closet-3 0/1": "2001:db8:11::", b"closet-3 0/2": "2001:db8:12::"}  # by host name and port
 PARENT = "SNOOPD6_LAB_PARENT"  # process id, seen from outside, of one that is in the run's namespaces
 
 
@@ -27,7 +29,7 @@ class Stage:
 
     def __init__(self):
         self.switch = Switch(prefix="demo-")
-        self.daemon = Daemon(self.switch)
+        self.daemon = Daemon(self.switch, host_name="closet-3")
         self.running = []
         self.server = self.rogue = self.first = self.second = self.leased = None
 
@@ -38,7 +40,7 @@ class Stage:
     def ctl(self, line):
         """A line of the command shell, with what it answers."""
         print(f"    snoopd6> {line}")
-        output = self.daemon.ctl(*line.split())
+        output = self.daemon.ctl(*shlex.split(line))
         print(textwrap.indent(output, "    "), end="")
         return output
 
@@ -233,7 +235,7 @@ def limit(stage):
     first.freeze()
     stage.switch.replace_host(2, SECOND_STATION)
     solicits, delivered = stage.server.received("SOLICIT"), stage.daemon.counters(2)["delivered"]
-    second = stage.keep(Dhcpcd(stage.switch, 2))
+    stage.second = second = stage.keep(Dhcpcd(stage.switch, 2))
     stage.daemon.until(lambda: stage.daemon.counters(2)["delivered"] >= delivered + 2, "the second station asks twice")
     output = stage.ctl("show dhcpv6-snooping interfaces")
     hold("p2" in output and stage.daemon.counted(2) == 1, "port 2 has one client, and may have one")
@@ -245,7 +247,51 @@ def limit(stage):
     hold(SECOND_STATION in output and address in output, f"with a limit of 2 it gets {address}")
 
 
-STEPS = (start, unprotected, protect, learn, learn_another, rogue, guard, bind, exempt, release, link_down, limit)
+def spell(payload, indent="  "):
+    """A message in words, as far as it is about relaying. An Interface-Id is shown as text."""
+    kind = payload[0]
+    if kind != frames.RELAY_FORW:
+        say(f"{indent}{'SOLICIT' if kind == frames.SOLICIT else f'message of type {kind}'}, {len(payload)} bytes")
+        return
+    link, peer = frames.ip_text(payload[2:18]), frames.ip_text(payload[18:34])
+    say(f"{indent}RELAY-FORW, hop count {payload[1]}, link-address {link}, peer-address {peer}")
+    for code, data in frames.options(payload[34:]):
+        if code == 9:
+            say(f"{indent}  option 9, Relay Message")
+            spell(data, indent + "    ")
+        elif code == 18:
+            say(f'{indent}  option 18, Interface-Id: "{data.decode()}"')
+
+
+def which_port(stage):
+    """The server sees which port a client sits on, and picks the subnet by it"""
+    stage.second.freeze()
+    stage.server.close()
+    stage.server = stage.keep(Kea(stage.switch, 4, subnets=by_interface_id(SUBNETS)))
+    stage.ctl('dhcpv6-snooping information interface-id user-defined "{hostname} {port-name}"')
+    stage.ctl("dhcpv6-snooping information option 18")
+    stage.ctl("dhcpv6-snooping l2-relay")
+    stage.ctl("show dhcpv6-snooping information")
+    stage.ctl("clear dhcpv6-snooping clients all")
+    stage.switch.wire(4).take()
+    for port in (1, 2):
+        stage.switch.replace_host(port, f"02:c0:ff:ee:01:{port:02}")
+    clients = {port: stage.keep(Dhclient(stage.switch, port)) for port in (1, 2)}
+    addresses = {port: client.address() for port, client in clients.items()}
+    messages = [frame for frame in stage.switch.wire(4).take() if frames.dhcp_kind(frame) == frames.RELAY_FORW]
+    for port in (1, 2):
+        say(f"The first message of the client on port {port}, as it left port 4:")
+        source = frames.mac_bytes(stage.switch.mac(port))
+        spell(frames.read(next(frame for frame in messages if frame[6:12] == source))["payload"])
+    for (identity, prefix), port in zip(SUBNETS.items(), (1, 2)):
+        hold(addresses[port].startswith(prefix), f'"{identity.decode()}" got {addresses[port]}, out of the subnet that is its')
+    output = stage.ctl("show dhcpv6-snooping clients")
+    known = all(address in output for address in addresses.values())
+    hold(known, "the answers came back without relay headers, and the table has them")
+
+
+STEPS = (start, unprotected, protect, learn, learn_another, rogue, guard, bind, exempt, release, link_down, limit,
+         which_port)  # fmt: skip
 
 
 def play(stage):

@@ -134,14 +134,15 @@ def relay_message(kind, inner, link="2001:db8::1", peer="fe80::1", hops=0, befor
     return bytes([kind, hops]) + ip_bytes(link) + ip_bytes(peer) + before + option(9, inner)
 
 
-def from_client(kind, mac, options=None, transaction=0x010203, tags=(), destination=SERVERS_MAC, payload=None):
+def from_client(kind, mac, options=None, transaction=0x010203, tags=(), destination=SERVERS_MAC, payload=None,
+                port=CLIENT_PORT):
     """What a client sends to all servers."""
     if options is None:
         options = option(1, duid(mac)) + ia_na()
     if payload is None:
         payload = message(kind, transaction, options)
     source = link_local(mac)
-    segment = udp(source, SERVERS, CLIENT_PORT, SERVER_PORT, payload)
+    segment = udp(source, SERVERS, port, SERVER_PORT, payload)
     return ethernet(destination, mac, ipv6(source, SERVERS, UDP, segment, 1), tags=tags)
 
 
@@ -187,6 +188,15 @@ def dhcp_kind(frame):
     if found.get("dport") in (CLIENT_PORT, SERVER_PORT) and found["payload"]:
         return found["payload"][0]
     return None
+
+
+def options(raw):
+    """The options of an area, as (code, data)."""
+    at = 0
+    while at < len(raw):
+        code, length = struct.unpack_from("!HH", raw, at)
+        yield code, raw[at + 4 : at + 4 + length]
+        at += 4 + length
 
 
 def transaction(frame):

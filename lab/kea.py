@@ -12,8 +12,31 @@ FOLDERS = ("/etc/kea", "/var/lib", "/var/log", "/run")
 TIMEOUT = 20.0
 
 
-def configuration(prefix, delegated, valid, preferred, renew, rebind, preference):
-    """`prefix` is a /64 for addresses, `delegated` a /40 out of which /56 prefixes are delegated; both end with "::"."""
+def whole_link(prefix, delegated):
+    """One subnet for all clients: `prefix` is a /64 for addresses, `delegated` a /40 out of which /56 prefixes are delegated;
+    both end with "::"."""
+    return {"subnet6": [{
+        "subnet": f"{prefix}/64", "id": 1, "interface": "eth0",
+        "pools": [{"pool": f"{prefix}1000 - {prefix}1fff"}],
+        "pd-pools": [{"prefix": delegated, "prefix-len": 40, "delegated-len": 56}],
+    }]}  # fmt: skip
+
+
+def by_interface_id(prefixes):
+    """A subnet for each Interface-Id (bytes) of the relay next to the client. A class looks for it: the `interface-id` of a
+    subnet counts for this server only where the relay names its link's address, and a layer-2 relay has none."""
+    subnets = [{
+        "subnet": f"{prefix}/64", "id": number, "interface": "eth0", "client-class": f"at-{content.hex()}",
+        "pools": [{"pool": f"{prefix}1000 - {prefix}1fff"}],
+        "pd-pools": [{"prefix": f"2001:db8:{number:x}00::", "prefix-len": 40, "delegated-len": 56}],
+    } for number, (content, prefix) in enumerate(prefixes.items(), 1)]  # fmt: skip
+    classes = [{
+        "name": f"at-{content.hex()}", "test": f"relay6[0].option[18].hex == 0x{content.hex()}"
+    } for content in prefixes]  # fmt: skip
+    return {"subnet6": subnets, "client-classes": classes}
+
+
+def configuration(subnets, valid, preferred, renew, rebind, preference):
     data = [{"name": "preference", "data": str(preference), "always-send": True}] if preference else []
     return {
         "Dhcp6": {
@@ -24,11 +47,7 @@ def configuration(prefix, delegated, valid, preferred, renew, rebind, preference
             "preferred-lifetime": preferred, "min-preferred-lifetime": preferred, "max-preferred-lifetime": preferred,
             "renew-timer": renew, "rebind-timer": rebind,
             "option-data": data,
-            "subnet6": [{
-                "subnet": f"{prefix}/64", "id": 1, "interface": "eth0",
-                "pools": [{"pool": f"{prefix}1000 - {prefix}1fff"}],
-                "pd-pools": [{"prefix": delegated, "prefix-len": 40, "delegated-len": 56}],
-            }],
+            **subnets,
             "loggers": [{"name": "kea-dhcp6", "severity": "DEBUG", "debuglevel": 55, "output_options": [{"output": "stdout"}]}],
         }
     }  # fmt: skip
@@ -38,9 +57,9 @@ class Kea:
     """The server behind a port; `speak` must have given the host its IPv6 stack."""
 
     def __init__(self, switch, port, prefix="2001:db8:1::", delegated="2001:db8:100::", valid=7200, preferred=3600, renew=1800,
-                 rebind=2880, preference=0):  # fmt: skip
+                 rebind=2880, preference=0, subnets=None):  # fmt: skip
         self.log = pathlib.Path("/run") / f"{switch.prefix}kea{port}.log"
-        text = json.dumps(configuration(prefix, delegated, valid, preferred, renew, rebind, preference))
+        text = json.dumps(configuration(subnets or whole_link(prefix, delegated), valid, preferred, renew, rebind, preference))
         script = (
             'mkdir -p /var/lib/kea /var/log/kea /run/kea /run/lock/kea && printf %s "$1" >/etc/kea/kea-dhcp6.conf && '
             "kea-dhcp6 -t /etc/kea/kea-dhcp6.conf && exec kea-dhcp6 -c /etc/kea/kea-dhcp6.conf"
