@@ -1,4 +1,4 @@
-// Who the lean switch is: its names, numbers and addresses, which options 18 and 37 tell. Where leanSwitch.identityFails is
+// Who the lean switch is: its names, numbers and addresses, which options 18 and 37 and the running configuration tell. Where leanSwitch.identityFails is
 // set, every question goes unanswered, and what the caller handed in stays as it was.
 
 #include <algorithm>
@@ -11,6 +11,8 @@
 #include "platform/libl3if.h"
 #include "platform/liboem.h"
 #include "platform/libsmd.h"
+#include "platform/libsyslog.h"
+#include "platform/libvlan.h"
 #include "platform/libvos.h"
 
 static constexpr uint32_t ADDRESS = 0xC0000200; // of VLAN 0; others follow
@@ -66,6 +68,30 @@ int32_t smdVDPortSnmpToUser(uint32_t port, uint32_t *a, uint32_t *b, uint32_t *c
     *b = 0;
     *c = port;
     return 0;
+}
+
+const char *get_str_by_mid(uint32_t) { return "fuzz"; }
+
+int32_t smdVDPortExistAndType(uint32_t port, uint32_t *type) {
+    *type = 1;
+    return port >= 1 && port <= LEAN_PORTS ? 1 : 0;
+}
+
+int32_t vlan_exist(uint32_t vlan) {
+    fuzzCheck(vlan >= 1 && vlan <= 4094, "a question names a VLAN");
+    return vlan % 2 != 0 ? 1 : 0;
+}
+
+char *transPort2InterfaceDesc(uint32_t port, char *buf) {
+    std::snprintf(buf, PORT_DESC_MAX, "interface ethernet 0/%u", port);
+    return buf;
+}
+
+char *transPort2String(uint32_t port, char *buf) { return transPort2EtherPort(port, buf); }
+
+char *macToStr(const uint8_t mac[6], char *text) {
+    std::snprintf(text, 18, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    return text;
 }
 
 int32_t strtoipAddr(const char *text, uint32_t *address) {

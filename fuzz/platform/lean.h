@@ -33,6 +33,7 @@ struct LeanSwitch {
     SmdPktRecvFn receive;             // what the core registered
     int32_t (*link)(uint32_t, uint32_t);
     int32_t (*tick)(uint32_t, void *);
+    int32_t (*build)(char *, uint32_t *, uint32_t, uint32_t);
     uint32_t sends;       // accepted sends
     uint32_t sentLength;  // bytes, of the last one
     uint32_t sentFlags;   // control flags of the last one

@@ -41,6 +41,11 @@ int32_t vosMsgResp(uint32_t, int32_t, void *buf, uint32_t length, VosMsgReplyCtx
     return 0;
 }
 
+int32_t vosMsgRegisterBldrun(int32_t (*cb)(char *, uint32_t *, uint32_t, uint32_t)) {
+    leanSwitch.build = cb;
+    return 0;
+}
+
 int32_t vosTimerRegister(uint32_t, uint32_t, int32_t (*cb)(uint32_t, void *), uint32_t *timerId, void *) {
     leanSwitch.tick = cb;
     *timerId = 1;

@@ -25,6 +25,7 @@ void leanReset() {
     fresh.receive = leanSwitch.receive;
     fresh.link = leanSwitch.link;
     fresh.tick = leanSwitch.tick;
+    fresh.build = leanSwitch.build;
     leanSwitch = fresh;
     gul_max_port_num = LEAN_PORTS;
 }

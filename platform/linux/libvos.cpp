@@ -14,6 +14,8 @@
 #include "platform/linux/loop.h"
 #include "platform/linux/protocol.h"
 #include "platform/linux/queue.h"
+#include "platform/linux/runningconfig.h"
+#include "platform/linux/startup.h"
 
 static constexpr uint32_t QUEUE_ID = 1;
 static constexpr uint32_t TIMERS_MAX = 8;
@@ -37,6 +39,10 @@ int32_t vosMsgInit(const char *name, uint32_t, uint32_t *queueId) {
     return 0;
 }
 
+int32_t vosMsgRegisterBldrun(int32_t (*cb)(char *text, uint32_t *space, uint32_t flags, uint32_t context)) {
+    return linuxRunningConfigBuilder(cb);
+}
+
 static int32_t receiveError() {
     nanosleep(&ERROR_PAUSE, nullptr);
     return -1;
@@ -49,6 +55,7 @@ int32_t vosMsgRecv(uint32_t queueId, void *buf, uint32_t size, int32_t timeoutMs
     if (!queueOpen || queueId != QUEUE_ID || buf == nullptr || ctx == nullptr) {
         return receiveError();
     }
+    linuxStartupReplay();
     linuxQueueResume();
     bool late = false;
     event timer;

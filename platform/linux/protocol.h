@@ -10,6 +10,7 @@
 inline constexpr const char *SNOOPD6_RUN_DEFAULT = "/run/snoopd6";
 inline constexpr const char *SNOOPD6_SOCKET_NAME = "snoopd6.sock";
 
+inline constexpr uint16_t LINUX_MSG_RUNNING_CONFIG = 0x8001;
 inline constexpr uint16_t LINUX_MSG_DEBUG = 0x8002;
 inline constexpr uint16_t LINUX_MSG_STATUS = 0x8003;
 
@@ -17,6 +18,22 @@ inline constexpr uint16_t LINUX_MSG_STATUS = 0x8003;
 inline constexpr int32_t LINUX_RESULT_OK = 0;
 inline constexpr int32_t LINUX_RESULT_BAD = -1;     // the payload is not what the type asks for
 inline constexpr int32_t LINUX_RESULT_UNKNOWN = -2; // no such type, or no such table
+inline constexpr int32_t LINUX_RESULT_CHANGED = -3; // what the page belongs to is gone: begin again
+
+// LINUX_MSG_RUNNING_CONFIG: the command lines that make the switch what it is, page by page. The text follows the head.
+struct LinuxConfigAsk {
+    uint32_t offset;     // 0 at first, then `next` of the last reply
+    uint32_t generation; // 0 at first, then that of the last reply
+};
+static_assert(sizeof(LinuxConfigAsk) == 8);
+
+struct LinuxConfigHead {
+    uint32_t total;      // bytes of the whole text
+    uint32_t next;       // where the next page starts, 0 when this was the last
+    uint32_t generation; // of the text that the page belongs to
+    uint32_t length;     // bytes that follow
+};
+static_assert(sizeof(LinuxConfigHead) == 16);
 
 // LINUX_MSG_DEBUG: turns the debug lines of a module on or off. The reply holds what is in force.
 struct LinuxDebugMsg {
@@ -34,6 +51,7 @@ enum : uint32_t {
     LINUX_STATUS_COUNTERS = 4, // LinuxPortCounters, ascending port
     LINUX_STATUS_GUARD = 5,    // LinuxGuardPortStatus, ascending port
     LINUX_STATUS_FILTERS = 6,  // LinuxFilterStatus, ascending kind, port, VLAN, MAC and address as bytes
+    LINUX_STATUS_FILES = 7,    // one LinuxFilesStatus
 };
 
 struct LinuxStatusAsk {
@@ -63,6 +81,12 @@ struct LinuxSwitchStatus {
     uint8_t reserved[2];
 };
 static_assert(sizeof(LinuxSwitchStatus) == 64);
+
+struct LinuxFilesStatus {  // paths; empty when one is too long
+    char switchFile[256];  // as it was given
+    char startupFile[256]; // absolute; where the configuration is saved, and taken from at start
+};
+static_assert(sizeof(LinuxFilesStatus) == 512);
 
 inline constexpr uint32_t LINUX_NO_TRUNK = 0xFFFFFFFFu;
 

@@ -14,6 +14,8 @@
 #include "platform/linux/loop.h"
 #include "platform/linux/mactable.h"
 #include "platform/linux/ports.h"
+#include "platform/linux/startup.h"
+#include "platform/linux/switchfile.h"
 #include "platform/linux/trap.h"
 #include "platform/linux/vlans.h"
 
@@ -54,6 +56,20 @@ void writeSwitch(Page *page, uint32_t) {
     record.trap = linuxTrapHolds() ? 1 : 0;
     record.snooping = snooping;
     memcpy(record.mac, linuxBridge.mac, sizeof record.mac);
+    put(page, &record);
+}
+
+// Leaves the field empty when the path is too long for it.
+void putPath(char (*field)[256], const char *path) {
+    if (strlen(path) < sizeof *field) {
+        memcpy(field, path, strlen(path));
+    }
+}
+
+void writeFiles(Page *page, uint32_t) {
+    LinuxFilesStatus record{};
+    putPath(&record.switchFile, linuxSwitchFilePath());
+    putPath(&record.startupFile, linuxStartupFile());
     put(page, &record);
 }
 
@@ -165,7 +181,7 @@ struct Table {
     void (*write)(Page *page, uint32_t start);
 };
 
-constexpr std::array<Table, 7> TABLES = {{
+constexpr std::array<Table, 8> TABLES = {{
     {LINUX_STATUS_SWITCH, sizeof(LinuxSwitchStatus), writeSwitch},
     {LINUX_STATUS_PORTS, sizeof(LinuxPortStatus), writePorts},
     {LINUX_STATUS_VLANS, sizeof(LinuxVlanStatus), writeVlans},
@@ -173,6 +189,7 @@ constexpr std::array<Table, 7> TABLES = {{
     {LINUX_STATUS_COUNTERS, sizeof(LinuxPortCounters), writeCounters},
     {LINUX_STATUS_GUARD, sizeof(LinuxGuardPortStatus), writeGuard},
     {LINUX_STATUS_FILTERS, sizeof(LinuxFilterStatus), writeFilters},
+    {LINUX_STATUS_FILES, sizeof(LinuxFilesStatus), writeFiles},
 }};
 
 int32_t answer(const uint8_t *payload, uint32_t length, uint8_t *reply, uint32_t replyMax, uint32_t *replyLength) {

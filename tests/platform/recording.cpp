@@ -22,6 +22,9 @@ std::string failFunction;    // the function that fails
 uint32_t failFunctionIn = 0; // its calls until one fails; 0 = none does
 bool failFunctionAlways = false;
 
+std::string watchedFunction;
+std::function<void()> whenCalled;
+
 bool callFails(const std::string &name) {
     const bool any = failAnyIn != 0 && --failAnyIn == 0;
     bool named = false;
@@ -37,6 +40,8 @@ bool writeDown(bool shown, const char *fmt, va_list arguments) {
     counts[name]++;
     if (const auto move = clockMoves.find(name); move != clockMoves.end())
         recordingClock += move->second;
+    if (whenCalled && name == watchedFunction)
+        whenCalled();
     const bool fails = callFails(name);
     if (shown) {
         char line[4096];
@@ -98,6 +103,11 @@ void recordingFailAlways(const std::string &function) {
     failFunctionAlways = true;
 }
 
+void recordingWhenCalled(const std::string &function, std::function<void()> what) {
+    watchedFunction = function;
+    whenCalled = std::move(what);
+}
+
 void recordingFailNone() {
     failAnyIn = 0;
     failFunction.clear();
@@ -147,6 +157,7 @@ std::string recordingTraceLine(const std::string &text) {
 }
 
 void recordingReset() {
+    whenCalled = nullptr;
     recordingTraces.clear();
     recordingConsole.clear();
     transcript.clear();

@@ -72,6 +72,9 @@ void recordingFailNone();
 // What failed last; "" when nothing did since the failure was asked for.
 extern std::string recordingFailed;
 
+// Runs `what` inside every call of the function; null ends that.
+void recordingWhenCalled(const std::string &function, std::function<void()> what);
+
 // What a filter call answers that was made to fail; -1 after a reset.
 extern int32_t recordingFilterStatus;
 
@@ -114,12 +117,13 @@ void recordingPortText(uint32_t port, const std::string &text);
 void recordingPortNumbers(uint32_t port, uint32_t a, uint32_t b, uint32_t c);
 void recordingAddress(uint32_t switchId, uint32_t vid, uint32_t ip);
 
-// Who the switch is. A reset makes it "switch", 02:00:00:00:00:fe, 47119, built for nobody.
+// Who the switch is. A reset makes it "switch", 02:00:00:00:00:fe, 47119, built for nobody, "DHCPv6 snooping".
 struct RecordingIdentity {
     std::string hostName;
     std::array<uint8_t, 6> systemMac;
     uint32_t enterprise;
     std::string seller; // the only name that oem_type_check knows
+    std::string title;  // of module 53
 };
 extern RecordingIdentity recordingIdentity;
 
@@ -128,6 +132,8 @@ struct RecordingOddities {
     bool failuresLeaveOuts;  // a question that fails does not write what it was asked for
     bool hostNameUnending;   // a host name that fills the buffer has no end
     bool anyTextIsIpAddress; // strtoipAddr finds every text valid
+    bool textsUnending;      // texts of ports and MAC addresses fill 256 bytes and have no end, those of VLANs their 128
+    uint32_t vlanTexts;      // vidArray2vlanList says that it wrote so many, unless 0
 };
 extern RecordingOddities recordingOddities;
 

@@ -12,9 +12,13 @@
 
 namespace {
 
+constexpr uint32_t UNENDING_TEXT = 256;
+
 std::map<uint32_t, std::string> portTexts;
 
 char *portText(const char *prefix, uint32_t port, char *buf, uint32_t size) {
+    if (recordingOddities.textsUnending)
+        return static_cast<char *>(memset(buf, 'x', UNENDING_TEXT));
     buf[0] = 0;
     if (const auto own = portTexts.find(port); own != portTexts.end())
         snprintf(buf, size, "%s%s", prefix, own->second.c_str());
@@ -119,7 +123,13 @@ int32_t Str2ShortArray(const char *text, uint16_t *out, uint32_t max, uint32_t l
     return 0;
 }
 
-uint32_t vidArray2vlanList(const uint16_t *vids, char (*out)[VLAN_TEXT_MAX], uint32_t chunk, uint32_t) {
+uint32_t vidArray2vlanList(const uint16_t *vids, char (*out)[VLAN_TEXT_MAX], uint32_t chunk, uint32_t zero) {
+    recordingQuietCall("vidArray2vlanList count=%u first=%u last=%u end=%u chunk=%u zero=%u", vids[0], vids[1], vids[vids[0]],
+                       vids[vids[0] + 1], chunk, zero);
+    if (recordingOddities.textsUnending)
+        memset(out, '7', size_t{VLAN_TEXTS_MAX} * VLAN_TEXT_MAX);
+    if (recordingOddities.textsUnending && recordingOddities.vlanTexts != 0)
+        return recordingOddities.vlanTexts;
     const uint32_t limit = std::min(chunk, 110u);
     std::vector<std::string> texts;
     for (uint32_t i = 1; i <= vids[0];) {
@@ -139,7 +149,7 @@ uint32_t vidArray2vlanList(const uint16_t *vids, char (*out)[VLAN_TEXT_MAX], uin
     const auto count = static_cast<uint32_t>(std::min<size_t>(texts.size(), VLAN_TEXTS_MAX));
     for (uint32_t i = 0; i < count; i++)
         snprintf(out[i], VLAN_TEXT_MAX, "%s%s", texts[i].c_str(), i + 1 < count ? "," : "");
-    return count;
+    return recordingOddities.vlanTexts != 0 ? recordingOddities.vlanTexts : count;
 }
 
 int32_t strtoipAddr(const char *text, uint32_t *address) {
@@ -163,6 +173,8 @@ int32_t strtoipAddr(const char *text, uint32_t *address) {
 }
 
 char *macToStr(const uint8_t mac[6], char *text) {
+    if (recordingOddities.textsUnending)
+        return static_cast<char *>(memset(text, 'x', UNENDING_TEXT));
     snprintf(text, 18, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
     return text;
 }

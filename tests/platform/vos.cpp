@@ -47,7 +47,11 @@ void recordingResetVos() {
     recordingCallbacks = {};
     recordingDebugOn = 0;
     recordingProcessName = "/sbin/snoopd6";
-    recordingIdentity = {.hostName = "switch", .systemMac = {0x02, 0, 0, 0, 0, 0xFE}, .enterprise = 47119, .seller = ""};
+    recordingIdentity = {.hostName = "switch",
+                         .systemMac = {0x02, 0, 0, 0, 0, 0xFE},
+                         .enterprise = 47119,
+                         .seller = "",
+                         .title = "DHCPv6 snooping"};
     recordingOddities = {};
 }
 
@@ -180,8 +184,8 @@ int32_t syslogSendInfo(uint32_t module, uint32_t level, const char *tag, const c
 }
 
 const char *get_str_by_mid(uint32_t module) {
-    recordingQuietCall("get_str_by_mid module=%u", module);
-    return module == 53 ? "DHCPv6 snooping" : nullptr;
+    const bool fails = recordingQuietCall("get_str_by_mid module=%u", module);
+    return module == 53 && !fails ? recordingIdentity.title.c_str() : nullptr;
 }
 
 int32_t OemInit(void) { return recordingCall("OemInit") ? -1 : 0; }

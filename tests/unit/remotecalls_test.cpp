@@ -5,6 +5,7 @@
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
+#include "l2/dhcp6snooping/sourceguard/snmprows.h"
 #include "tests/unit/guard.h"
 #include "tests/unit/remote.h"
 
@@ -40,6 +41,9 @@ const Call CALLS[] = {{0, "start", 0},
                       {17, "ip6_source_guard_bind_node_delete_all", 0},
                       {18, "ip6_source_guard_bind_node_get", 4},
                       {19, "ip6_source_guard_bind_node_get_by_ip", 2},
+                      {20, "ip6_source_guard_bind_for_snmp_add", 5},
+                      {21, "ip6_source_guard_bind_for_snmp_delete", 1},
+                      {22, "ip6_source_guard_bind_for_snmp_delete_all", 0},
                       {23, "ip6_source_guard_vlanlist_config", 3},
                       {24, "no_ip6_source_guard_vlanlist_get", 1},
                       {25, "delete_by_port", 1},
@@ -84,11 +88,14 @@ TEST_F(RemoteCallsTest, RegistrationGoesOnAfterAFailureAndAddsThemUp) {
     EXPECT_EQ(dhcp6snoopingRmWrapFunction(), -static_cast<int32_t>(std::size(CALLS)));
 }
 
-TEST_F(RemoteCallsTest, EveryCallIsRegisteredAndNoOther) {
+TEST_F(RemoteCallsTest, EveryIdentifierHasItsCall) {
+    EXPECT_EQ(std::size(CALLS), 37u);
+    EXPECT_EQ(DH6S_FUNC_COUNT, 37u);
     for (uint32_t id = 0; id < DH6S_FUNC_COUNT; id++) {
-        const bool known = std::any_of(std::begin(CALLS), std::end(CALLS), [id](const Call &one) { return one.id == id; });
-        EXPECT_EQ(recordingRemoteFunction(id) != nullptr, known) << id;
+        EXPECT_EQ(CALLS[id].id, id);
+        EXPECT_NE(recordingRemoteFunction(id), nullptr) << id;
     }
+    EXPECT_EQ(recordingRemoteFunction(37), nullptr);
 }
 
 TEST_F(RemoteCallsTest, EveryCallSaysItsNameAndRefusesAWrongCount) {
@@ -138,6 +145,8 @@ TEST_F(RemoteCallsTest, MissingDataIsRefused) {
             slots[0][0] = 1; // port 1, VLAN 1, limit 1
             if (one.id == DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG && missing == 2)
                 continue; // who does not want to know the failures need not
+            if (one.id == DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_ADD && missing == 2)
+                continue; // has a test of its own
             EXPECT_LT(recordingRemoteFunction(one.id)(nullptr, arguments, one.arguments), 0) << missing;
         }
         EXPECT_EQ(tableMacs(), Lines{CLIENT});
@@ -150,6 +159,17 @@ TEST_F(RemoteCallsTest, MissingDataIsRefused) {
     }
     SmdRmArg none[1] = {};
     EXPECT_EQ(recordingRemoteFunction(36)(nullptr, none, 1), 0) << "a reset of no list has nothing to do";
+}
+
+TEST_F(RemoteCallsTest, ARowWithoutAMacIsDroppedWithoutAWord) {
+    Bytes first = u32(0), address = addressBytes(A1), number = u32(1);
+    SmdRmArg arguments[5] = {{4, first.data()}, {16, address.data()}, {0, nullptr}, {4, number.data()}, {4, number.data()}};
+    recordingTake();
+    EXPECT_EQ(recordingRemoteFunction(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_ADD)(nullptr, arguments, 5), 0);
+    EXPECT_EQ(recordingTake(),
+              Lines{"smdDebugPrintf level=0x400 \"dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_add:start\""});
+    for (const Ip6BindSnmpRow &row : ip6SourceGuardBindForSnmp)
+        EXPECT_EQ(row.status, 0u);
 }
 
 TEST_F(RemoteCallsTest, StartAndStop) {

@@ -49,6 +49,12 @@ Lines registrations() {
         "dhcp6snoopingWrap_ip6_source_guard_bind_node_get",
         "__smdRmWrapRegister id=19 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET_BY_IP "
         "dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip",
+        "__smdRmWrapRegister id=20 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_ADD "
+        "dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_add",
+        "__smdRmWrapRegister id=21 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_DELETE "
+        "dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_delete",
+        "__smdRmWrapRegister id=22 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_DELETE_ALL "
+        "dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_delete_all",
         "__smdRmWrapRegister id=23 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG "
         "dhcp6snoopingWrap_ip6_source_guard_vlanlist_config",
         "__smdRmWrapRegister id=24 zero=0 DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET "
@@ -69,10 +75,11 @@ Lines registrations() {
 }
 
 Lines startup() {
-    return joined({{"smdProcessInit path=\"snoopd6\"", "OemInit", "vosMsgInit name=\"/sbin/snoopd6\" flag=255"},
-                   registrations(),
-                   {"vosTimerRegister mode=1 period=1000 user=0", "smdVDLinktrapRegPort zero0=0 zero1=0",
-                    "smdVDPktRegister one=1 " + RULE_546 + " mode=3", "smdVDPktRegister one=1 " + RULE_547 + " mode=3"}});
+    return joined(
+        {{"smdProcessInit path=\"snoopd6\"", "OemInit", "vosMsgInit name=\"/sbin/snoopd6\" flag=255", "vosMsgRegisterBldrun"},
+         registrations(),
+         {"vosTimerRegister mode=1 period=1000 user=0", "smdVDLinktrapRegPort zero0=0 zero1=0",
+          "smdVDPktRegister one=1 " + RULE_546 + " mode=3", "smdVDPktRegister one=1 " + RULE_547 + " mode=3"}});
 }
 
 TEST_F(StartupTest, RegistersEverythingInOrder) {
@@ -83,6 +90,7 @@ TEST_F(StartupTest, RegistersEverythingInOrder) {
     EXPECT_EQ(recordingCallbacks.timer, snoopd6TimerProcess);
     EXPECT_EQ(recordingCallbacks.timerUser, nullptr);
     EXPECT_EQ(recordingCallbacks.link, dhcp6snoopingPortLinkProcess);
+    EXPECT_EQ(recordingCallbacks.buildRunning, snoopd6BldRun);
     EXPECT_EQ(dhcp6snooping_is_enabled(), 0u);
 }
 
@@ -106,9 +114,8 @@ TEST_F(StartupTest, WithoutAQueueItSaysSoAndEnds) {
 }
 
 TEST_F(StartupTest, AnyOtherFailedRegistrationIsIgnored) {
-    const char *const names[] = {"smdProcessInit",      "OemInit",          "smdRMWrapInit",
-                                 "__smdRmWrapRegister", "vosTimerRegister", "smdVDLinktrapRegPort",
-                                 "smdVDPktRegister"};
+    const char *const names[] = {"smdProcessInit",      "OemInit",          "vosMsgRegisterBldrun", "smdRMWrapInit",
+                                 "__smdRmWrapRegister", "vosTimerRegister", "smdVDLinktrapRegPort", "smdVDPktRegister"};
     for (const char *name : names) {
         SCOPED_TRACE(name);
         recordingTake();

@@ -9,7 +9,9 @@
 #include "l2/dhcp6snooping/clients/table.h"
 #include "l2/dhcp6snooping/main/capture.h"
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
+#include "l2/dhcp6snooping/mgmt/runningconfig.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
+#include "l2/dhcp6snooping/sourceguard/snmprows.h"
 #include "platform/liboem.h"
 #include "platform/libsmd.h"
 
@@ -26,6 +28,7 @@ constexpr uint32_t TICKS_PER_AGING = 10;
 constexpr int32_t START_FAILED = -1001;
 constexpr uint32_t SMD_SNOOPING_ON = 1;
 constexpr uint32_t SMD_SNOOPING_OFF = 2;
+constexpr uint32_t MODULE_COMMANDS = 0x10000;
 
 uint32_t timerTicks = 0;
 
@@ -58,6 +61,7 @@ int32_t dhcp6snooping_startup(const char *path, uint32_t *queueId) {
         vosPrintf("\r\n%s:vosMsgInit failed", "main");
         return START_FAILED;
     }
+    vosMsgRegisterBldrun(snoopd6BldRun);
     dhcp6snoopingRmWrapFunction();
     uint32_t timerId = 0;
     vosTimerRegister(TIMER_PERIODIC, TICK_MS, snoopd6TimerProcess, &timerId, nullptr);
@@ -90,6 +94,7 @@ int32_t dhcp6snooping_init() {
     dhcp6snooping_table_init();
     dhcp6snooping_limits_init();
     ip6_source_guard_port_init();
+    ip6_source_guard_bind_for_snmp_delete_all();
     return 0;
 }
 
@@ -127,4 +132,10 @@ int32_t dhcp6snoopingPortLinkProcess(uint32_t port, uint32_t linkState) {
     if (linkState == 0 && bDhcp6SnoopingFastRemove != 0)
         dhcp6snooping_delete_by_port(port);
     return 0;
+}
+
+int32_t snoopd6BldRun(char *text, uint32_t *space, uint32_t flags, uint32_t context) {
+    if ((flags & MODULE_COMMANDS) == 0)
+        return 0;
+    return BldRun_dhcp6snooping_cmd(text, space, flags, context) == 0 ? 0 : -1;
 }

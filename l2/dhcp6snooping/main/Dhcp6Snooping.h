@@ -35,3 +35,7 @@ int32_t snoopd6TimerProcess(uint32_t timerId, void *user);
 
 // Link callback: a port (from 1) that went down (state 0) loses its clients while fast-remove is set, snooping on or off.
 int32_t dhcp6snoopingPortLinkProcess(uint32_t port, uint32_t linkState);
+
+// Running-configuration callback: appends this module's commands when bit 0x10000 of the flags asks for them. 0, or -1 when
+// they did not fit.
+int32_t snoopd6BldRun(char *text, uint32_t *space, uint32_t flags, uint32_t context);

@@ -10,6 +10,7 @@
 #include "l2/dhcp6snooping/sourceguard/bindings.h"
 #include "l2/dhcp6snooping/sourceguard/exemption.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
+#include "l2/dhcp6snooping/sourceguard/snmprows.h"
 #include "platform/libsmd.h"
 
 namespace {
@@ -199,6 +200,32 @@ int32_t dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip(void *, SmdRmArg 
     return ip6_source_guard_bind_node_get_by_ip(address, static_cast<Ip6SourceGuardBindNode *>(argv[1].data));
 }
 
+int32_t dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_add(void *, SmdRmArg *argv, uint32_t argc) {
+    uint32_t first = 0;
+    Ip6Address address;
+    uint32_t port = 0;
+    uint32_t vlan = 0;
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_add", argv, argc, 5) || !take_u32(argv[0], &first) ||
+        !take_address(argv[1], &address) || !take_u32(argv[3], &port) || !take_u32(argv[4], &vlan))
+        return DH6S_BAD_ARGUMENTS;
+    return ip6_source_guard_bind_for_snmp_add(static_cast<int32_t>(first), address, static_cast<uint8_t *>(argv[2].data), port,
+                                              vlan);
+}
+
+int32_t dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_delete(void *, SmdRmArg *argv, uint32_t argc) {
+    Ip6Address address;
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_delete", argv, argc, 1) ||
+        !take_address(argv[0], &address))
+        return DH6S_BAD_ARGUMENTS;
+    return ip6_source_guard_bind_for_snmp_delete(address);
+}
+
+int32_t dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_delete_all(void *, SmdRmArg *argv, uint32_t argc) {
+    if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_delete_all", argv, argc, 0))
+        return DH6S_BAD_ARGUMENTS;
+    return ip6_source_guard_bind_for_snmp_delete_all();
+}
+
 int32_t dhcp6snoopingWrap_ip6_source_guard_vlanlist_config(void *, SmdRmArg *argv, uint32_t argc) {
     uint32_t operation = 0;
     if (!begin_call("dhcp6snoopingWrap_ip6_source_guard_vlanlist_config", argv, argc, 3) || !take_u32(argv[0], &operation))
@@ -328,6 +355,10 @@ constexpr RemoteCall REMOTE_CALLS[] = {
     REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE_ALL, dhcp6snoopingWrap_ip6_source_guard_bind_node_delete_all),
     REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET, dhcp6snoopingWrap_ip6_source_guard_bind_node_get),
     REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET_BY_IP, dhcp6snoopingWrap_ip6_source_guard_bind_node_get_by_ip),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_ADD, dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_add),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_DELETE, dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_delete),
+    REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_DELETE_ALL,
+                dhcp6snoopingWrap_ip6_source_guard_bind_for_snmp_delete_all),
     REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG, dhcp6snoopingWrap_ip6_source_guard_vlanlist_config),
     REMOTE_CALL(DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET, dhcp6snoopingWrap_no_ip6_source_guard_vlanlist_get),
     REMOTE_CALL(DH6S_FUNC_DELETE_BY_PORT, dhcp6snoopingWrap_delete_by_port),

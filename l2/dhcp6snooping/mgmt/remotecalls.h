@@ -1,6 +1,5 @@
 #pragma once
-// The remote calls by which the command shell drives the daemon. The identifiers are wire values: they never change, and gaps
-// belong to calls that this version does not have.
+// The remote calls by which the command shell drives the daemon. The identifiers are wire values: they never change.
 
 #include <cstdint>
 
@@ -26,14 +25,17 @@ enum : uint32_t {
     DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_CHECK = 15,    // address, MAC, i32 port
     DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE = 16,   // address
     DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE_ALL = 17,
-    DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET = 18,       // u32 start, out u16 next, out u16 count, 64 Ip6SourceGuardBindNode
-    DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET_BY_IP = 19, // address, out Ip6SourceGuardBindNode
-    DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG = 23,     // i32 operation, VLAN list, out VLAN list of failures
-    DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET = 24,        // out VLAN list
-    DH6S_FUNC_DELETE_BY_PORT = 25,                       // u32 port
-    DH6S_FUNC_DELETE_BY_IP = 26,                         // address of 16 bytes
-    DH6S_FUNC_DELETE_BY_MAC = 27,                        // MAC of 6 bytes
-    DH6S_FUNC_DELETE_BY_VLAN = 28,                       // u32 VLAN
+    DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET = 18,        // u32 start, out u16 next, out u16 count, 64 Ip6SourceGuardBindNode
+    DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET_BY_IP = 19,  // address, out Ip6SourceGuardBindNode
+    DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_ADD = 20,    // i32 first row number, address, MAC, u32 port, u32 VLAN
+    DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_DELETE = 21, // address
+    DH6S_FUNC_IP6_SOURCE_GUARD_BIND_FOR_SNMP_DELETE_ALL = 22,
+    DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_CONFIG = 23, // i32 operation, VLAN list, out VLAN list of failures
+    DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET = 24,    // out VLAN list
+    DH6S_FUNC_DELETE_BY_PORT = 25,                   // u32 port
+    DH6S_FUNC_DELETE_BY_IP = 26,                     // address of 16 bytes
+    DH6S_FUNC_DELETE_BY_MAC = 27,                    // MAC of 6 bytes
+    DH6S_FUNC_DELETE_BY_VLAN = 28,                   // u32 VLAN
     DH6S_FUNC_DELETE_ALL = 29,
     DH6S_FUNC_INFO_OPTION18_ENALBE = 30, // u32
     DH6S_FUNC_INFO_OPTION37_ENALBE = 31, // u32
