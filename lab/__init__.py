@@ -16,5 +16,6 @@ calls      the daemon's socket, spoken directly
 information  options 18 and 37: what is to be added, and the frames that should come of it
 decode     what scapy and tshark read in a frame
 kea        a real server           clients    real clients
+snmp       a real snmpd, the sub-agent, the net-snmp tools
 demo       the demonstration that ./run shows
 """

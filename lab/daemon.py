@@ -24,7 +24,7 @@ def build_folder():
 
 def program(name):
     """Path of a built program."""
-    folder = {"snoopd6": "platform/linux", "snoopctl": "shell"}[name]
+    folder = {"snoopd6": "platform/linux", "snoopctl": "shell", "snoopd6-agentx": "agentx"}[name]
     path = build_folder() / folder / name
     if not path.exists():
         raise FileNotFoundError(f"{path} is not built")

@@ -14,6 +14,7 @@ from . import flow, frames, netns, sandbox
 from .clients import Dhclient, Dhcpcd
 from .daemon import Daemon, program
 from .kea import Kea, by_interface_id
+from .snmp import NAME, PORT, Manager, Snmpd, SubAgent
 from .switch import Switch
 
 SECOND_STATION = "02:c0:ff:ee:00:02"
@@ -207,6 +208,33 @@ def exempt(stage):
     hold(stops(stage, 1, UNBOUND), "only bound ones again")
 
 
+def manage(stage, tool, *words):
+    """One of the net-snmp tools as the manager, with what it prints."""
+    print(f"    manager> {tool} -v2c -c lab -m {NAME} 127.0.0.1:{PORT} {' '.join(words)}")
+    status, said = Manager(stage.switch).named(tool, *words)
+    said = said.replace(f"{NAME}::", "").rstrip()
+    print(textwrap.indent(said, "    "))
+    if status != 0:
+        raise AssertionError(f"{tool} failed")
+    return said
+
+
+def snmp(stage):
+    """An SNMP manager sees the same, and makes a binding"""
+    master = stage.keep(Snmpd(stage.switch)).start()
+    stage.keep(SubAgent(stage.daemon, master.master)).start()
+    Manager(stage.switch).until_answers()
+    said = manage(stage, "snmpwalk", "tqzL2Dhcp6Snooping")
+    hold("portTrustMode.4 = INTEGER: trusted(1)" in said, "port 4 is trusted")
+    known = all(f"STRING: {address}," in said for address in (stage.leased, stage.second.address()))
+    hold(known, "both clients are there, with address and prefix")
+    columns = f"ip6BindIpAddr.1 s {UNBOUND} ip6BindPortId.1 i 1 ip6SourceGuardBindRowstatus.1 i createAndGo"
+    manage(stage, "snmpset", *columns.split())
+    hold(passes(stage, 1, UNBOUND), "the second address of host 1 passes")
+    manage(stage, "snmpset", "ip6SourceGuardBindRowstatus.1", "i", "destroy")
+    hold(stops(stage, 1, UNBOUND), "it passes no more")
+
+
 def release(stage):
     """A client that gives its lease back is forgotten"""
     mac = stage.switch.mac(2)
@@ -290,8 +318,8 @@ def which_port(stage):
     hold(known, "the answers came back without relay headers, and the table has them")
 
 
-STEPS = (start, unprotected, protect, learn, learn_another, rogue, guard, bind, exempt, release, link_down, limit,
-         which_port)  # fmt: skip
+STEPS = (start, unprotected, protect, learn, learn_another, rogue, guard, bind, exempt, snmp, release, link_down,
+         limit, which_port)  # fmt: skip
 
 
 def play(stage):

@@ -79,7 +79,7 @@ int32_t smdVDPortExistAndType(uint32_t port, uint32_t *type) {
 
 int32_t vlan_exist(uint32_t vlan) {
     fuzzCheck(vlan >= 1 && vlan <= 4094, "a question names a VLAN");
-    return vlan % 2 != 0 ? 1 : 0;
+    return vlan % (vlan < 64 ? 2 : 16) == 1 ? 1 : 0; // few enough for a walk
 }
 
 char *transPort2InterfaceDesc(uint32_t port, char *buf) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "platform/libsmd.h"
+#include "platform/linux/loop.h"
 
 inline constexpr uint32_t LEAN_PORTS = 28;
 inline constexpr uint32_t LEAN_PLACES = 8; // distinct answers of the MAC table and of the VLAN table
@@ -48,6 +49,9 @@ extern uint8_t leanSent[SMD_FRAME_MAX]; // bytes of the last accepted send
 // Bytes that the next vosMsgRecv delivers, and the length that it claims. Cleared by it; with none it answers -1.
 extern const uint8_t *leanMessage;
 extern uint32_t leanMessageLength;
+
+// Answers the requests of the sub-agent, once the core has been started.
+extern LinuxMsgHandler leanMibRequest;
 
 // A plain switch: 28 ports, all of them in every VLAN, no trunks, MAC n modulo 8 on port n modulo 8 + 1, debugging off. What
 // the core registered stays.

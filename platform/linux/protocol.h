@@ -13,6 +13,7 @@ inline constexpr const char *SNOOPD6_SOCKET_NAME = "snoopd6.sock";
 inline constexpr uint16_t LINUX_MSG_RUNNING_CONFIG = 0x8001;
 inline constexpr uint16_t LINUX_MSG_DEBUG = 0x8002;
 inline constexpr uint16_t LINUX_MSG_STATUS = 0x8003;
+inline constexpr uint16_t LINUX_MSG_MIB = 0x8004;
 
 // Results in the header of a reply to a platform message.
 inline constexpr int32_t LINUX_RESULT_OK = 0;
@@ -158,3 +159,42 @@ struct LinuxFilterStatus { // a forward filter that the daemon wants
     uint8_t address[16];
 };
 static_assert(sizeof(LinuxFilterStatus) == 40);
+
+// LINUX_MSG_MIB: one request on one object of the registered MIB module. The reply is the same record filled in, and the
+// header's result one of LINUX_MIB_* below. In a reply to LINUX_MIB_ROOT the OID is that of the module.
+enum : uint32_t { // operations; but for the first the request kinds of libccd
+    LINUX_MIB_ROOT = 0,
+    LINUX_MIB_GETNEXT = 1,
+    LINUX_MIB_GET = 2,
+    LINUX_MIB_TEST = 5,
+    LINUX_MIB_COMMIT = 6,
+};
+
+enum : uint32_t { LINUX_MIB_INTEGER = 1, LINUX_MIB_OCTETS = 2 };
+
+inline constexpr uint32_t LINUX_MIB_OID_MAX = 128; // arcs, as many as SNMP allows
+
+struct LinuxMibMsg {
+    uint32_t operation;
+    uint32_t oidLength; // arcs in use
+    uint32_t oid[LINUX_MIB_OID_MAX];
+    uint32_t type;    // LINUX_MIB_INTEGER or LINUX_MIB_OCTETS
+    uint32_t integer; // value of an integer
+    uint32_t length;  // of the value: 4, or the bytes of octets
+    uint8_t octets[256];
+};
+static_assert(sizeof(LinuxMibMsg) == 788);
+
+enum : int32_t { // what an object answers; 0 is success, and what is none of these is a failure without a name
+    LINUX_MIB_NO_SUCH_OBJECT = 1,
+    LINUX_MIB_NO_SUCH_INSTANCE = 2,
+    LINUX_MIB_NO_NEXT_INSTANCE = 3,
+    LINUX_MIB_INVALID_RANGE = 4,
+    LINUX_MIB_INVALID_LENGTH = 5,
+    LINUX_MIB_WRONG_VALUE = 6,
+    LINUX_MIB_WRONG_TYPE = 7,
+    LINUX_MIB_TOO_BIG = 8,
+    LINUX_MIB_COMMIT_FAILED = 9,
+    LINUX_MIB_RESOURCE_UNAVAILABLE = 10,
+    LINUX_MIB_NOT_WRITABLE = 11,
+};

@@ -8,7 +8,7 @@ import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
 
-from lab import flow, frames, sandbox  # noqa: E402
+from lab import flow, frames, sandbox, snmp  # noqa: E402
 from lab.daemon import Daemon  # noqa: E402
 from lab.kea import Kea  # noqa: E402
 from lab.switch import Switch  # noqa: E402
@@ -101,3 +101,10 @@ def learn(sent):
         assert sent(4, reply) == {port: [reply]}
 
     return exchange
+
+
+@pytest.fixture
+def manager(idle):
+    """The net-snmp tools, with an snmpd and the sub-agent between them and the daemon of `idle`."""
+    with snmp.managed(idle) as made:
+        yield made

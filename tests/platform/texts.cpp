@@ -116,6 +116,8 @@ int32_t miscOctetString2MacIndex(const uint8_t mac[6], uint32_t arcs[6]) {
 
 int32_t Str2ShortArray(const char *text, uint16_t *out, uint32_t max, uint32_t low, uint32_t high) {
     std::fill(out, out + max, uint16_t{0});
+    if (recordingQuietCall("Str2ShortArray text=\"%s\" max=%u low=%u high=%u", text, max, low, high))
+        return -7; // not the answer to a text that is no list
     std::vector<uint16_t> numbers;
     if (text == nullptr || !takeList(text, low, std::min(high, 65535u), &numbers) || numbers.size() > max)
         return -1;

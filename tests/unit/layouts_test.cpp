@@ -10,6 +10,7 @@
 #include "l2/dhcp6snooping/packet/lease.h"
 #include "l2/dhcp6snooping/packet/snooping.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
+#include "l2/dhcp6snooping/sourceguard/snmprows.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -110,6 +111,15 @@ TEST(LayoutTest, TablesHaveTheirSizes) {
     EXPECT_EQ(sizeof g_smdMsgRecvBuffer, 64500u);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(g_smdMsgRecvBuffer) % 16, 0u);
     EXPECT_EQ(DHCP6SNOOPING_UNACK_TIMEOUT, 180u);
+}
+
+TEST(LayoutTest, RowsOfManagersAre32BitFieldsInOrder) {
+    using Row = Ip6BindSnmpRow;
+    EXPECT_EQ(sizeof ip6SourceGuardBindForSnmp / sizeof ip6SourceGuardBindForSnmp[0], 240u);
+    EXPECT_TRUE(
+        ascending(offsetof(Row, status), offsetof(Row, address), offsetof(Row, mac), offsetof(Row, port), offsetof(Row, vlan)));
+    static_assert(std::is_same_v<decltype(Row::status), uint32_t> && std::is_same_v<decltype(snmpIp6Bind), Row>);
+    static_assert(sizeof(Row::address) == 16 && sizeof(Row::mac) == 6);
 }
 
 // Values that no start-up step sets are right from the first instruction on; a fresh process shows it.

@@ -75,11 +75,11 @@ Lines registrations() {
 }
 
 Lines startup() {
-    return joined(
-        {{"smdProcessInit path=\"snoopd6\"", "OemInit", "vosMsgInit name=\"/sbin/snoopd6\" flag=255", "vosMsgRegisterBldrun"},
-         registrations(),
-         {"vosTimerRegister mode=1 period=1000 user=0", "smdVDLinktrapRegPort zero0=0 zero1=0",
-          "smdVDPktRegister one=1 " + RULE_546 + " mode=3", "smdVDPktRegister one=1 " + RULE_547 + " mode=3"}});
+    return joined({{"smdProcessInit path=\"snoopd6\"", "OemInit", "vosMsgInit name=\"/sbin/snoopd6\" flag=255",
+                    "ccdInit a=300 b=4", "ccdModuleRegister module=\"tqzL2Dhcp6Snooping\" objects=28", "vosMsgRegisterBldrun"},
+                   registrations(),
+                   {"vosTimerRegister mode=1 period=1000 user=0", "smdVDLinktrapRegPort zero0=0 zero1=0",
+                    "smdVDPktRegister one=1 " + RULE_546 + " mode=3", "smdVDPktRegister one=1 " + RULE_547 + " mode=3"}});
 }
 
 TEST_F(StartupTest, RegistersEverythingInOrder) {
@@ -114,8 +114,16 @@ TEST_F(StartupTest, WithoutAQueueItSaysSoAndEnds) {
 }
 
 TEST_F(StartupTest, AnyOtherFailedRegistrationIsIgnored) {
-    const char *const names[] = {"smdProcessInit",      "OemInit",          "vosMsgRegisterBldrun", "smdRMWrapInit",
-                                 "__smdRmWrapRegister", "vosTimerRegister", "smdVDLinktrapRegPort", "smdVDPktRegister"};
+    const char *const names[] = {"smdProcessInit",
+                                 "OemInit",
+                                 "ccdInit",
+                                 "ccdModuleRegister",
+                                 "vosMsgRegisterBldrun",
+                                 "smdRMWrapInit",
+                                 "__smdRmWrapRegister",
+                                 "vosTimerRegister",
+                                 "smdVDLinktrapRegPort",
+                                 "smdVDPktRegister"};
     for (const char *name : names) {
         SCOPED_TRACE(name);
         recordingTake();

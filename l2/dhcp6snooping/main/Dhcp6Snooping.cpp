@@ -10,8 +10,10 @@
 #include "l2/dhcp6snooping/main/capture.h"
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
 #include "l2/dhcp6snooping/mgmt/runningconfig.h"
+#include "l2/dhcp6snooping/mib/objects.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "l2/dhcp6snooping/sourceguard/snmprows.h"
+#include "platform/libccd.h"
 #include "platform/liboem.h"
 #include "platform/libsmd.h"
 
@@ -22,6 +24,8 @@ namespace {
 
 constexpr const char *QUEUE_NAME = "/sbin/snoopd6";
 constexpr uint32_t QUEUE_FLAG = 255;
+constexpr uint32_t MIB_SIZE = 300; // both are the sub-agent library's
+constexpr uint32_t MIB_DEPTH = 4;
 constexpr uint32_t TIMER_PERIODIC = 1;
 constexpr uint32_t TICK_MS = 1000;
 constexpr uint32_t TICKS_PER_AGING = 10;
@@ -61,6 +65,8 @@ int32_t dhcp6snooping_startup(const char *path, uint32_t *queueId) {
         vosPrintf("\r\n%s:vosMsgInit failed", "main");
         return START_FAILED;
     }
+    ccdInit(MIB_SIZE, MIB_DEPTH);
+    tqzL2Dhcp6SnoopingInit(0, 0);
     vosMsgRegisterBldrun(snoopd6BldRun);
     dhcp6snoopingRmWrapFunction();
     uint32_t timerId = 0;
