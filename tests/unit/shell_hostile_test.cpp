@@ -2,6 +2,7 @@
 #include <atomic>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <memory>
 #include <random>
 #include <sys/socket.h>
 
@@ -58,9 +59,10 @@ TEST_F(ShellHostile, FolderNameTooLongForASocket) {
 }
 
 TEST_F(ShellHostile, SilentDaemonIsGivenUp) {
-    std::atomic<bool> givenUp = false;
-    start([&givenUp](const Bytes &) {
-        givenUp.wait(false);
+    // The daemon may come to the request only when the test is over already.
+    const auto givenUp = std::make_shared<std::atomic<bool>>(false);
+    start([givenUp](const Bytes &) {
+        givenUp->wait(false);
         return Bytes();
     });
     Reply reply;
@@ -68,8 +70,8 @@ TEST_F(ShellHostile, SilentDaemonIsGivenUp) {
     EXPECT_FALSE(connectionExchange(&session.connection, VOS_MSG_TYPE_REMOTE_CALL, fakeWords({0, 0}), 50, &reply, &error));
     EXPECT_EQ(session.connection.fd, -1);
     EXPECT_NE(error.find("has not answered within"), std::string::npos) << error;
-    givenUp = true;
-    givenUp.notify_all();
+    *givenUp = true;
+    givenUp->notify_all();
 }
 
 TEST_F(ShellHostile, ConnectionClosedWithoutAnAnswer) {
