@@ -59,15 +59,15 @@ void onShellEnded(evutil_socket_t, short, void *) {
     }
 }
 
-void onShellHangs(evutil_socket_t, short, void *) {
-    linuxLog("the shell does not come to an end with %s", linuxStartupFile());
-    kill(shell, SIGKILL);
-}
-
 void stopShell() {
     if (shell != 0) {
         kill(shell, SIGKILL);
     }
+}
+
+void onShellHangs(evutil_socket_t, short, void *) {
+    linuxLog("the shell does not come to an end with %s", linuxStartupFile());
+    stopShell();
 }
 
 // 0, or an errno.
