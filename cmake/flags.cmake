@@ -1,5 +1,7 @@
-# Flags of every target. Warnings are errors; the sanitizers and the hardening are chosen by the presets.
-add_compile_options(-Wall -Wextra -Wconversion -Wshadow -Werror -fno-strict-aliasing)
+# Flags of every target. Warnings are errors, unless a packager with another compiler says otherwise; the sanitizers and the
+# hardening are chosen by the presets.
+option(SNOOPD6_WERROR "Warnings are errors" ON)
+add_compile_options(-Wall -Wextra -Wconversion -Wshadow $<$<BOOL:${SNOOPD6_WERROR}>:-Werror> -fno-strict-aliasing)
 
 if(SNOOPD6_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)

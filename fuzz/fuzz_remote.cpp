@@ -1,9 +1,11 @@
 // Remote calls: messages of every shape through the decoder of the Linux platform, to functions that use all of their slots,
-// and to the daemon's own functions while frames and other events go on.
+// and to the daemon's own functions while frames and other events go on; and the running configuration that they leave, in
+// spaces of every size.
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "fuzz/check.h"
@@ -30,6 +32,8 @@ namespace {
 
 constexpr uint32_t HEADER = sizeof(VosMsgHeader);
 constexpr uint8_t SCRIBBLE = 0xC7;
+constexpr uint8_t BUILD = 0xF0; // bytes from here on ask for the running configuration
+constexpr uint32_t BUILD_COMMANDS = 0x10000;
 
 uint32_t scribbledArguments;
 
@@ -141,6 +145,27 @@ void callDaemon(std::span<const uint8_t> payload, uint16_t claimed) {
     scriptCheck();
 }
 
+// The configuration behind a text that is there already, in a block that ends where the space ends.
+void callBuilder(uint32_t space) {
+    static constexpr char BEFORE[] = "!!!before\r\n";
+    static constexpr size_t START = sizeof BEFORE - 1;
+    auto *text = static_cast<char *>(std::malloc(START + std::max(space, 1u)));
+    std::memcpy(text, BEFORE, sizeof BEFORE);
+    uint32_t left = space;
+    const int32_t result = leanSwitch.build(text, &left, BUILD_COMMANDS, 0);
+    const size_t written = std::strlen(text) - START;
+    const std::string_view config(text + START, written);
+    fuzzCheck(std::memcmp(text, BEFORE, START) == 0, "what stood there stays");
+    fuzzCheck(written == 0 || config.starts_with("!!!fuzz\r\n"), "a configuration begins with its comment");
+    fuzzCheck(config.empty() || config.ends_with("\r\n"), "lines are whole");
+    fuzzCheck(result == 0 || result == -1, "the configuration fits or does not");
+    if (result == 0)
+        fuzzCheck(left == space - written && left > 0, "the space counts down by what was written");
+    else
+        fuzzCheck(static_cast<int32_t>(left) <= 0, "what does not fit has used up the space");
+    std::free(text);
+}
+
 } // namespace
 
 int LLVMFuzzerInitialize(int *, char ***argv) {
@@ -160,7 +185,12 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     scriptBegin();
     while (fuzzMore(&input)) {
-        const uint8_t what = fuzzU8(&input) % 4;
+        const uint8_t byte = fuzzU8(&input);
+        if (byte >= BUILD) {
+            callBuilder(fuzzU16(&input));
+            continue;
+        }
+        const uint8_t what = byte % 4;
         if (what == 0 && !scriptStep(&input))
             break;
         if (what == 0)

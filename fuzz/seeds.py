@@ -402,6 +402,7 @@ def walk_seeds():
 
 
 EVENT, PAYLOAD, CALL, LYING_CALL = range(4)
+BUILD = 0xF0
 NUMBER, MAC, ADDRESS, VLAN_LIST, LEASE_LINES, SLOT, BEYOND_SLOT, NOTHING = range(8)
 
 
@@ -439,6 +440,17 @@ def remote_seeds():
     yield "daemon-information", (
         b(0) + call(30, 1) + call(31, 1) + b"".join(call(32, n % 2, n % 7, (VLAN_LIST, 0x41)) for n in range(14))
         + call(35, 1) + b(EVENT) + message(SOLICIT, 1, where(1)) + call(33, (200, 0), (VLAN_LIST, 0), (VLAN_LIST, 0)))
+    rows = b"".join(call(20, row, (ADDRESS, 1), mac, 3, 10) for row in (0, 0, 239, 240, 255))
+    yield "daemon-snmp-rows", b(0) + rows + call(21, (ADDRESS, 1)) + call(21, (ADDRESS, 9)) + rows + call(22) + call(22)
+    bindings = call(14, (ADDRESS, 1), mac, 3, 10) + call(14, (ADDRESS, 2), (6, 0), 0, 0)
+    bindings += call(14, (ADDRESS, 3), (MAC, 2), 200, 0)
+    settings = (
+        call(0) + call(34, 0) + call(35, 1) + call(2, 1, 1) + call(4, 2, 0) + call(6, 3, 7) + call(8, 7, (VLAN_LIST, 0x55))
+        + call(30, 1) + call(32, 1, 4, (VLAN_LIST, 0x41)) + call(31, 1) + call(32, 0, 5, (VLAN_LIST, 0x41))
+        + call(23, 0, (VLAN_LIST, 0x55), (VLAN_LIST, 0)) + bindings
+    )  # fmt: skip
+    spaces = (0, 1, 10, 20, 37, 38, 100, 200, 400, 800, 0xFFFF)
+    yield "daemon-running-config", b(0) + settings + b"".join(struct.pack(">BH", BUILD, space) for space in spaces)
     yield "daemon-lying-length", b(0) + call(2, 4, 1, kind=LYING_CALL) + b(200) + call(2, 4, 1, kind=LYING_CALL) + b(8)
     yield "scribble-each-count", b(1) + b"".join(call(2, *[(SLOT, 1)] * n) for n in range(10))
     yield "scribble-each-size", b(1) + b"".join(call(2, (kind, 1)) for kind in range(32))

@@ -14,6 +14,16 @@ Outcome actionPortLimit(Session *session, const Arguments &arguments);
 Outcome actionVlanLimit(Session *session, const Arguments &arguments);
 Outcome actionDebug(Session *session, const Arguments &arguments);
 
+// reset.cpp
+Outcome actionUndoAll(Session *session, const Arguments &arguments);
+
+// startup.cpp
+Outcome actionSave(Session *session, const Arguments &arguments);
+Outcome actionLoad(Session *session, const Arguments &arguments);
+
+// watch.cpp
+Outcome actionWatch(Session *session, const Arguments &arguments);
+
 // clear.cpp
 Outcome actionClearAll(Session *session, const Arguments &arguments);
 Outcome actionClearPort(Session *session, const Arguments &arguments);
@@ -53,6 +63,9 @@ Outcome actionShowGuardVlans(Session *session, const Arguments &arguments);
 
 // showbindings.cpp
 Outcome actionShowBindings(Session *session, const Arguments &arguments);
+
+// showrunning.cpp
+Outcome actionShowRunning(Session *session, const Arguments &arguments);
 
 // showplatform.cpp
 Outcome actionShowPlatform(Session *session, const Arguments &arguments);

@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr uint32_t PLACE_SHOW = PLACE_ANY | PLACE_WATCH; // where a `show` may stand
+
 constexpr std::array COMMANDS = {
     Command{PLACE_TOP, 0, "dhcpv6-snooping", "turn DHCPv6 snooping on", actionSnooping},
     Command{PLACE_TOP, 0, "undo dhcpv6-snooping", "turn DHCPv6 snooping off", actionSnooping},
@@ -66,33 +68,43 @@ constexpr std::array COMMANDS = {
     Command{PLACE_ANY, PLACE_VLAN, "vlan <vlan>", "configure a VLAN", actionEnterVlan},
     Command{PLACE_VLAN, 0, "dhcpv6-snooping max-clients <limit>", "the most clients that this VLAN may have", actionVlanLimit},
     Command{PLACE_VLAN, 0, "undo dhcpv6-snooping max-clients", "back to the default of 2048 clients", actionVlanLimit},
+    Command{PLACE_TOP, 0, "undo all",
+            "take every setting back to its default and forget all bindings; asks first when it is typed into the shell",
+            actionUndoAll},
+    Command{PLACE_ANY, 0, "save", "keep the running configuration for the next start of the daemon", actionSave},
+    Command{PLACE_ANY, 0, "save <file>", "write the running configuration to a file", actionSave},
+    Command{PLACE_ANY, 0, "load <file>", "run the lines of a file; those that fail are named, the others run", actionLoad},
     Command{PLACE_ANY, 0, "clear dhcpv6-snooping clients all", "forget every client", actionClearAll},
     Command{PLACE_ANY, 0, "clear dhcpv6-snooping clients interface ethernet <port>", "forget the clients of a port",
             actionClearPort},
     Command{PLACE_ANY, 0, "clear dhcpv6-snooping clients vlan <vlan>", "forget the clients of a VLAN", actionClearVlan},
     Command{PLACE_ANY, 0, "clear dhcpv6-snooping clients mac <mac>", "forget one client", actionClearMac},
     Command{PLACE_ANY, 0, "clear dhcpv6-snooping clients ip <ipv6>", "forget one address or prefix", actionClearAddress},
-    Command{PLACE_ANY, 0, "show dhcpv6-snooping", "what is switched on", actionShowSnooping},
-    Command{PLACE_ANY, 0, "show dhcpv6-snooping clients", "every client with its addresses, prefixes and remaining time",
+    Command{PLACE_SHOW, 0, "show dhcpv6-snooping", "what is switched on", actionShowSnooping},
+    Command{PLACE_SHOW, 0, "show dhcpv6-snooping clients", "every client with its addresses, prefixes and remaining time",
             actionShowClients},
-    Command{PLACE_ANY, 0, "show dhcpv6-snooping client <mac>", "one client", actionShowClient},
-    Command{PLACE_ANY, 0, "show dhcpv6-snooping interfaces", "trust, limit and clients of every port", actionShowInterfaces},
-    Command{PLACE_ANY, 0, "show dhcpv6-snooping vlans", "limit and clients of every VLAN", actionShowVlans},
-    Command{PLACE_ANY, 0, "show dhcpv6-snooping information", "what options 18 and 37 carry, and whether they are added",
+    Command{PLACE_SHOW, 0, "show dhcpv6-snooping client <mac>", "one client", actionShowClient},
+    Command{PLACE_SHOW, 0, "show dhcpv6-snooping interfaces", "trust, limit and clients of every port", actionShowInterfaces},
+    Command{PLACE_SHOW, 0, "show dhcpv6-snooping vlans", "limit and clients of every VLAN", actionShowVlans},
+    Command{PLACE_SHOW, 0, "show dhcpv6-snooping information", "what options 18 and 37 carry, and whether they are added",
             actionShowInformation},
-    Command{PLACE_ANY, 0, "show ipv6-source-guard", "guarded ports, bindings and exempt VLANs", actionShowGuard},
-    Command{PLACE_ANY, 0, "show ipv6-source-guard interfaces", "guard and blocked packets of every port",
+    Command{PLACE_SHOW, 0, "show ipv6-source-guard", "guarded ports, bindings and exempt VLANs", actionShowGuard},
+    Command{PLACE_SHOW, 0, "show ipv6-source-guard interfaces", "guard and blocked packets of every port",
             actionShowGuardInterfaces},
-    Command{PLACE_ANY, 0, "show ipv6-source-guard bindings",
+    Command{PLACE_SHOW, 0, "show ipv6-source-guard bindings",
             "configured and learned addresses, and whether the kernel has them", actionShowBindings},
-    Command{PLACE_ANY, 0, "show ipv6-source-guard vlans", "the VLANs that are let through whole", actionShowGuardVlans},
-    Command{PLACE_ANY, 0, "show platform", "the daemon and the bridge that it runs", actionShowPlatform},
-    Command{PLACE_ANY, 0, "show platform ports", "interface, link and state of every port", actionShowPlatformPorts},
-    Command{PLACE_ANY, 0, "show platform vlans", "which ports are in which VLAN", actionShowPlatformVlans},
-    Command{PLACE_ANY, 0, "show platform macs", "which MAC address was seen behind which port", actionShowPlatformMacs},
-    Command{PLACE_ANY, 0, "show platform counters", "frames taken, sent and dropped on every port", actionShowPlatformCounters},
-    Command{PLACE_ANY, 0, "show platform filters", "the sources that shall pass, and whether the kernel has them",
+    Command{PLACE_SHOW, 0, "show ipv6-source-guard vlans", "the VLANs that are let through whole", actionShowGuardVlans},
+    Command{PLACE_SHOW, 0, "show platform", "the daemon and the bridge that it runs", actionShowPlatform},
+    Command{PLACE_SHOW, 0, "show platform ports", "interface, link and state of every port", actionShowPlatformPorts},
+    Command{PLACE_SHOW, 0, "show platform vlans", "which ports are in which VLAN", actionShowPlatformVlans},
+    Command{PLACE_SHOW, 0, "show platform macs", "which MAC address was seen behind which port", actionShowPlatformMacs},
+    Command{PLACE_SHOW, 0, "show platform counters", "frames taken, sent and dropped on every port",
+            actionShowPlatformCounters},
+    Command{PLACE_SHOW, 0, "show platform filters", "the sources that shall pass, and whether the kernel has them",
             actionShowPlatformFilters},
+    Command{PLACE_SHOW, 0, "show running-config", "the lines that make the daemon what it is now", actionShowRunning},
+    Command{PLACE_ANY, PLACE_WATCH, "watch", "run a show every 2 seconds, until a key is pressed", actionWatch},
+    Command{PLACE_ANY, PLACE_WATCH, "watch <seconds>", "run a show that often, until a key is pressed", actionWatch},
     Command{PLACE_ANY, 0, "debug dhcpv6-snooping", "log a line for every message and every client", actionDebug},
     Command{PLACE_ANY, 0, "undo debug dhcpv6-snooping", "stop those lines", actionDebug},
     Command{PLACE_ANY, 0, "help", "list the commands that may stand here", actionHelp},
@@ -120,7 +132,9 @@ constexpr std::array WORD_HELP = {
     WordHelp{"ethernet", "an Ethernet port"},
     WordHelp{"clear", "forget what was learned"},
     WordHelp{"clients", "the clients that were learned"},
+    WordHelp{"save", "keep the running configuration"},
     WordHelp{"show", "look at something"},
+    WordHelp{"watch", "look at something again and again, until a key is pressed"},
     WordHelp{"platform", "the switch itself"},
     WordHelp{"help", "list commands"},
 };
@@ -182,6 +196,19 @@ void listElements(const Placeholder &placeholder, std::string_view partial, std:
     }
 }
 
+bool readSeconds(std::string_view word, Arguments *arguments, std::string *error) {
+    return valueReadSeconds(word, &arguments->seconds, error);
+}
+
+bool readFile(std::string_view word, Arguments *arguments, std::string *error) {
+    if (word.empty() || word.find('\0') != std::string_view::npos) {
+        *error = textQuoted(word) + " is not the name of a file";
+        return false;
+    }
+    arguments->file = word;
+    return true;
+}
+
 bool readWord(std::string_view word, Arguments *arguments, std::string *) {
     arguments->words += arguments->words.empty() ? "" : " ";
     arguments->words += word;
@@ -202,6 +229,8 @@ constexpr std::array PLACEHOLDERS = {
     Placeholder{"<string>", "TEXT", "1 to 79 bytes, in double quotes when there are blanks", readString, nullptr, BLANKS_HINT},
     Placeholder{"<template>", "TEMPLATE", "text with elements like {hostname} in it, in double quotes when there are blanks",
                 readTemplate, listElements, BLANKS_HINT},
+    Placeholder{"<seconds>", "1-3600", "seconds from one look to the next", readSeconds, nullptr, ""},
+    Placeholder{"<file>", "FILE", "a file, in double quotes when there are blanks in its name", readFile, nullptr, BLANKS_HINT},
     Placeholder{COMMAND_REST.data(), "WORDS", "the first words of a command", readWord, nullptr, ""},
 };
 
@@ -234,6 +263,8 @@ std::string_view commandWordHelp(std::string_view word) {
     }
     return "";
 }
+
+std::span<const Placeholder> commandPlaceholders() { return PLACEHOLDERS; }
 
 const Placeholder *commandPlaceholder(std::string_view word) {
     for (const Placeholder &placeholder : PLACEHOLDERS) {

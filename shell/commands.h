@@ -25,13 +25,15 @@ struct Arguments {
     VlanList vlans = {};
     MacAddress mac = {};
     Ipv6Address address = {};
+    uint32_t seconds = 0;
     InformationId id = {};
+    std::string file;
     std::string words; // separated by single spaces
 };
 
 struct Command {
     uint32_t places; // PLACE_* where it may stand
-    uint32_t enters; // PLACE_* that it leads to, 0 = none
+    uint32_t enters; // PLACE_* that it leads to, 0 = none; PLACE_WATCH only together with a command of that place
     const char *form;
     const char *help;
     Outcome (*run)(Session *session, const Arguments &arguments);
@@ -53,10 +55,13 @@ enum class ChoiceKind : uint32_t {
     part,  // belongs inside the value that is being typed, at its open brace
 };
 
+struct Placeholder;
+
 struct Choice {
     std::string_view word; // what to type; for a value, how it is written
     std::string_view help;
     ChoiceKind kind;
+    const Placeholder *value = nullptr; // of a value
 };
 
 // Kinds of values.
@@ -69,6 +74,9 @@ struct Placeholder {
     void (*choices)(const Placeholder &placeholder, std::string_view partial, std::vector<Choice> *choices);
     const char *excess; // what to say when there is too much behind the value; "" = nothing
 };
+
+// In the order in which the man page lists them.
+std::span<const Placeholder> commandPlaceholders();
 
 // The placeholder that a form's word names, or null for a word that stands for itself.
 const Placeholder *commandPlaceholder(std::string_view word);

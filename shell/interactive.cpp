@@ -4,7 +4,9 @@
 #include <clocale>
 #include <cstdio>
 #include <histedit.h>
+#include <unistd.h>
 
+#include "shell/historyfile.h"
 #include "shell/idtemplate.h"
 #include "shell/output.h"
 #include "shell/parser.h"
@@ -12,6 +14,7 @@
 namespace {
 
 constexpr int HISTORY_LINES = 500;
+constexpr size_t ANSWER_MAX = 16; // more than any answer that counts
 
 Session *sessionOf(EditLine *editor) {
     void *session = nullptr;
@@ -80,6 +83,18 @@ void bindKeys(EditLine *editor) {
     el_set(editor, EL_SETTY, "-d", "-isig", nullptr);
 }
 
+// Reads the answer as it stands in the terminal, byte by byte: lines behind it belong to the editor.
+bool askPerson(const std::string &question) {
+    outputShow(stdout, question);
+    std::string answer;
+    char c = '\0';
+    while (read(STDIN_FILENO, &c, 1) == 1 && c != '\n') {
+        answer += answer.size() < ANSWER_MAX ? std::string(1, c) : "";
+    }
+    outputShow(stdout, c == '\n' ? "" : "\n");
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
 void readLines(Session *session, EditLine *editor, History *history) {
     HistEvent event = {};
     int length = 0;
@@ -114,7 +129,16 @@ bool interactiveRun(Session *session) {
         el_set(editor, EL_PROMPT, prompt);
         el_set(editor, EL_HIST, ::history, history);
         bindKeys(editor);
+        const std::string file = historyFilePath();
+        if (!file.empty()) {
+            ::history(history, &event, H_LOAD, file.c_str());
+        }
+        session->live = stdout;
+        session->confirm = askPerson;
         readLines(session, editor, history);
+        if (!file.empty()) {
+            ::history(history, &event, H_SAVE, file.c_str());
+        }
     }
     if (history != nullptr) {
         history_end(history);

@@ -1,5 +1,6 @@
 #pragma once
-// The shell at a terminal: prompt, history, Tab to complete, ? for help at any word, Ctrl-C to drop a line, Ctrl-D to leave.
+// The shell at a terminal: prompt, history kept in a file, Tab to complete, ? for help at any word, Ctrl-C to drop a line,
+// Ctrl-D to leave.
 
 #include "shell/session.h"
 

@@ -13,7 +13,7 @@ std::string shownForm(const Command &command) {
         const Placeholder *placeholder = commandPlaceholder(word);
         text += (text.empty() ? "" : " ") + std::string(placeholder != nullptr ? placeholder->shown : word);
     }
-    return text;
+    return text + (command.enters == PLACE_WATCH ? " show ..." : "");
 }
 
 // True when the typed words, abbreviated or not, are the first words of the command.

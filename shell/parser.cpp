@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 namespace {
 
@@ -36,6 +37,7 @@ bool mayEnd(const Command &command, size_t depth) {
     return depth == commandWordCount(command) || (takesRest(command) && depth > commandWordCount(command));
 }
 
+// The command that the words read so far are, or null.
 const Command *walkComplete(const Walk &walk) {
     for (const Command *command : walk.open) {
         if (mayEnd(*command, walk.depth)) {
@@ -43,6 +45,17 @@ const Command *walkComplete(const Walk &walk) {
         }
     }
     return nullptr;
+}
+
+// Whether a line may end with this command. "watch" wants one behind it.
+bool mayStandLast(const Command *command) { return command != nullptr && command->enters != PLACE_WATCH; }
+
+// Whether the word starts a command of the place rather than being a value of the command that is being read.
+bool startsIn(uint32_t place, std::string_view typed) {
+    const std::span<const Command> table = commandTable();
+    return !typed.empty() && std::any_of(table.begin(), table.end(), [place, typed](const Command &command) {
+        return (command.places & place) != 0 && commandWord(command, 0).starts_with(typed);
+    });
 }
 
 // The different words that may stand next, each once.
@@ -133,7 +146,7 @@ bool walkAll(Walk *walk, uint32_t place, std::span<const std::string_view> words
     walkStart(walk, place);
     for (const std::string_view word : words) {
         const Command *complete = walkComplete(*walk);
-        if (complete != nullptr && complete->enters != 0) {
+        if (complete != nullptr && complete->enters != 0 && (nextWords(*walk).empty() || startsIn(complete->enters, word))) {
             parsed->push_back({complete, walk->arguments});
             walkStart(walk, complete->enters);
         }
@@ -168,7 +181,7 @@ void addChoices(const Walk &walk, std::string_view partial, std::vector<Choice> 
         if (placeholder != nullptr && placeholder->choices != nullptr) {
             placeholder->choices(*placeholder, partial, choices);
         } else if (placeholder != nullptr) {
-            choices->push_back({placeholder->shown, placeholder->help, ChoiceKind::value});
+            choices->push_back({placeholder->shown, placeholder->help, ChoiceKind::value, placeholder});
         } else if (word.starts_with(partial)) {
             choices->push_back({word, choiceHelp(walk, word), ChoiceKind::word});
         }
@@ -193,7 +206,7 @@ std::string elsewhere(uint32_t place, std::span<const std::string_view> words) {
         Walk walk;
         std::vector<ParsedCommand> parsed;
         std::string error;
-        if (hint.kind != place && walkAll(&walk, hint.kind, words, &parsed, &error) && walkComplete(walk) != nullptr) {
+        if (hint.kind != place && walkAll(&walk, hint.kind, words, &parsed, &error) && mayStandLast(walkComplete(walk))) {
             ways += (ways.empty() ? "" : ", or to ") + std::string(hint.way);
         }
     }
@@ -215,12 +228,18 @@ bool parserRead(uint32_t place, std::span<const std::string_view> words, std::ve
     parsed->clear();
     const bool known = walkAll(&walk, place, words, parsed, error);
     const Command *complete = known ? walkComplete(walk) : nullptr;
-    if (complete != nullptr) {
+    if (mayStandLast(complete)) {
         parsed->push_back({complete, walk.arguments});
         return true;
     }
     if (known) {
-        *error = "the line is not complete: \"" + walk.read + "\" wants " + joinWords(nextWords(walk), " or ") + " behind it";
+        std::vector<std::string_view> wanted = nextWords(walk);
+        if (complete != nullptr) {
+            Walk entered;
+            walkStart(&entered, complete->enters);
+            std::ranges::copy(nextWords(entered), std::back_inserter(wanted));
+        }
+        *error = "the line is not complete: \"" + walk.read + "\" wants " + joinWords(wanted, " or ") + " behind it";
     }
     if (const std::string hint = elsewhere(place, words); !hint.empty()) {
         *error = hint;
@@ -236,7 +255,7 @@ bool parserMeansToEnter(uint32_t place, std::span<const std::string_view> words)
         return false;
     }
     return std::any_of(walk.open.begin(), walk.open.end(), [words](const Command *command) {
-        return command->enters != 0 && words.size() <= commandWordCount(*command);
+        return (command->enters & PLACE_ANY) != 0 && words.size() <= commandWordCount(*command);
     });
 }
 
@@ -249,10 +268,11 @@ bool parserChoices(uint32_t place, std::span<const std::string_view> words, std:
         return false;
     }
     const Command *complete = walkComplete(walk);
-    if (complete != nullptr && partial.empty() && !words.empty()) {
+    if (mayStandLast(complete) && partial.empty() && !words.empty()) {
         choices->push_back({PARSER_ENTER, complete->help, ChoiceKind::value});
     }
     if (complete != nullptr && complete->enters != 0) {
+        addChoices(walk, partial, choices);
         walkStart(&walk, complete->enters);
     }
     addChoices(walk, partial, choices);

@@ -34,50 +34,87 @@ bool isQuit(uint32_t place, const std::vector<std::string_view> &words) {
            std::string_view(parsed[0].command->form) == "quit";
 }
 
-void say(FILE *err, const char *name, size_t number, const std::string &line, const std::string &sentence) {
-    outputWrite(err, std::string("snoopctl: ") + name + ", line " + std::to_string(number) + ", " + textQuoted(line) + ": " +
-                         sentence + "\n");
+// One replay on its way.
+struct Replay {
+    Session *session;
+    const char *name;
+    ReplayMode mode;
+    FILE *out;
+    FILE *err;
+    ReplayResult result;
+    size_t number;    // of the line in its file
+    bool closedPlace; // between a place that could not be entered and its quit
+    bool stopped;     // nothing is run any more
+};
+
+void say(const Replay &replay, const std::string &line, const std::string &sentence) {
+    outputWrite(replay.err, std::string(replay.name) + ":" + std::to_string(replay.number) + ": " + textShortened(line) + ": " +
+                                sentence + "\n");
+}
+
+void skipLine(Replay *replay, const std::string &line, const std::vector<std::string_view> &words) {
+    replay->result.skipped++;
+    replay->closedPlace = replay->closedPlace && !isQuit(replay->session->place.kind, words);
+    if (!replay->stopped && replay->session->ended) {
+        say(*replay, line, "not run, because the line before it left the shell");
+        replay->stopped = true;
+        replay->result.outcome = replay->result.outcome == Outcome::done ? Outcome::usage : replay->result.outcome;
+    }
+}
+
+void runLine(Replay *replay, const std::string &line, bool enters) {
+    Session *session = replay->session;
+    const Outcome outcome = sessionRun(session, line);
+    outputWrite(replay->out, session->output);
+    replay->closedPlace = enters && outcome == Outcome::usage;
+    session->place = replay->closedPlace ? Place{} : session->place;
+    if (outcome == Outcome::done) {
+        return;
+    }
+    say(*replay, line, session->error);
+    replay->result.failed++;
+    replay->result.outcome = replay->result.outcome == Outcome::done ? outcome : replay->result.outcome;
+    replay->stopped = outcome == Outcome::unreachable || replay->mode == ReplayMode::stopAtFailure;
 }
 
 } // namespace
 
-ReplayResult replayRun(Session *session, FILE *in, const char *name, FILE *out, FILE *err) {
-    ReplayResult result;
+ReplayResult replayRun(Session *session, FILE *in, const char *name, ReplayMode mode, FILE *out, FILE *err) {
+    Replay replay = {.session = session,
+                     .name = name,
+                     .mode = mode,
+                     .out = out,
+                     .err = err,
+                     .result = {},
+                     .number = 0,
+                     .closedPlace = false,
+                     .stopped = false};
     std::string line;
-    bool closedPlace = false; // between a place that could not be entered and its quit
-    bool stopped = false;
-    for (size_t number = 1; readLine(in, &line); number++) {
+    while (readLine(in, &line)) {
+        replay.number++;
         const std::vector<std::string_view> words = sessionWords(line);
         if (words.empty()) {
             continue;
         }
+        replay.result.lines++;
         const bool enters = parserMeansToEnter(session->place.kind, words);
-        if (session->ended && !stopped) {
-            say(err, name, number, line, "not run, because the line before it left the shell");
-            stopped = true;
+        if (replay.stopped || session->ended || (replay.closedPlace && !enters)) {
+            skipLine(&replay, line, words);
+        } else {
+            runLine(&replay, line, enters);
         }
-        if (stopped || (closedPlace && !enters)) {
-            result.skipped++;
-            closedPlace = closedPlace && !isQuit(session->place.kind, words);
-            continue;
-        }
-        const Outcome outcome = sessionRun(session, line);
-        outputWrite(out, session->output);
-        closedPlace = enters && outcome == Outcome::usage;
-        if (outcome != Outcome::done) {
-            say(err, name, number, line, session->error);
-            result.failed++;
-            stopped = outcome == Outcome::unreachable;
-        }
-        session->place = closedPlace ? Place{} : session->place;
     }
     if (ferror(in) != 0) {
-        outputWrite(err, std::string("snoopctl: ") + name + " cannot be read to its end\n");
-        result.failed++;
+        outputWrite(err, std::string(name) + ": cannot be read to its end\n");
+        replay.result.failed++;
+        replay.result.outcome = replay.result.outcome == Outcome::done ? Outcome::refused : replay.result.outcome;
     }
-    if (result.failed + result.skipped > 0) {
-        outputWrite(err, std::string("snoopctl: ") + name + ": lines that failed: " + std::to_string(result.failed) +
-                             ", lines not run because of them: " + std::to_string(result.skipped) + "\n");
-    }
-    return result;
+    return replay.result;
+}
+
+std::string replayLineCount(size_t count) { return std::to_string(count) + (count == 1 ? " line" : " lines"); }
+
+std::string replaySummary(const ReplayResult &result) {
+    return replayLineCount(result.lines) + ", " + std::to_string(result.failed) + " failed" +
+           (result.skipped > 0 ? ", " + std::to_string(result.skipped) + " not run" : "");
 }

@@ -174,6 +174,11 @@ void reportSubRow(Report *report, std::vector<Value> cells) {
     report->table.rows.back().subRows.push_back(std::move(cells));
 }
 
+void reportLines(Report *report, const char *key, std::vector<std::string> lines) {
+    report->linesKey = key;
+    report->lines = std::move(lines);
+}
+
 std::string reportValueText(const Value &value) {
     switch (value.kind) {
     case ValueKind::nothing: return "-";
@@ -204,6 +209,9 @@ std::string reportText(const Report &report) {
         out += report.facts.empty() ? "" : "\n";
         appendTable(&out, report.table);
     }
+    for (const std::string &line : report.lines) {
+        out += textPrintable(line) + '\n';
+    }
     return out;
 }
 
@@ -214,6 +222,9 @@ std::string reportJson(const Report &report) {
     }
     if (report.table.key != nullptr) {
         object[report.table.key] = jsonTable(report.table);
+    }
+    if (report.linesKey != nullptr) {
+        object[report.linesKey] = report.lines;
     }
     // Names come from outside and need not be UTF-8.
     return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';

@@ -1,5 +1,6 @@
 #pragma once
-// What a `show` command has to say, before anybody decides how it looks: labelled facts, then at most one table.
+// What a `show` command has to say, before anybody decides how it looks: labelled facts, then at most one table,
+// or lines of text.
 //
 // A command fills one report; reportText and reportJson are the only two ways out of it. A fact is therefore in both forms or
 // in neither, and under the same condition. People get labels, aligned columns, durations and "on"; programs get keys,
@@ -71,6 +72,8 @@ struct Table {
 struct Report {
     std::vector<Fact> facts;
     Table table;
+    const char *linesKey = nullptr; // null: the report has no lines
+    std::vector<std::string> lines = {};
 };
 
 void reportFact(Report *report, const char *key, const char *label, Value value);
@@ -78,6 +81,9 @@ void reportTable(Report *report, const char *key, const char *emptyText, std::in
 void reportSubTable(Report *report, const char *key, std::initializer_list<Column> columns);
 void reportRow(Report *report, std::vector<Value> cells);
 void reportSubRow(Report *report, std::vector<Value> cells); // of the last row
+
+// Text of others, line by line, behind everything else.
+void reportLines(Report *report, const char *key, std::vector<std::string> lines);
 
 // How people read one value; the terminal-safe form of texts.
 std::string reportValueText(const Value &value);

@@ -4,6 +4,7 @@
 
 #include "shell/parser.h"
 #include "shell/values.h"
+#include "shell/watch.h"
 
 namespace {
 
@@ -69,8 +70,10 @@ Outcome runWords(Session *session, std::vector<std::string_view> words, WordEnd 
     const Place start = session->place;
     Outcome outcome = Outcome::done;
     for (size_t i = 0; i < commands.size() && outcome == Outcome::done; i++) {
-        outcome = commands[i].command->run(session, commands[i].arguments);
+        outcome = session->watchSeconds != 0 ? watchRun(session, commands[i])
+                                             : commands[i].command->run(session, commands[i].arguments);
     }
+    session->watchSeconds = 0;
     // Entering and configuring on one line is for that line only.
     if (commands.size() > 1) {
         session->place = start;

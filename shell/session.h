@@ -2,9 +2,11 @@
 // One user's session with the shell: where in the command tree he stands, how he wants his output, and the way to the daemon.
 //
 // A session runs lines one at a time. What a command has to say goes to `output`, why it failed to `error`; nothing here
-// writes to a terminal, so that interactive use, one-shot use, replay and tests share all of it.
+// writes to a terminal, so that interactive use, one-shot use, replay and tests share all of it. What a terminal is needed for
+// all the same, whoever has one puts into `live` and `confirm`.
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +18,7 @@ inline constexpr uint32_t PLACE_TOP = 1;
 inline constexpr uint32_t PLACE_INTERFACE = 2;
 inline constexpr uint32_t PLACE_VLAN = 4;
 inline constexpr uint32_t PLACE_ANY = PLACE_TOP | PLACE_INTERFACE | PLACE_VLAN;
+inline constexpr uint32_t PLACE_WATCH = 8; // within one line, behind "watch": nobody ever stands there
 
 struct Place {
     uint32_t kind = PLACE_TOP;
@@ -26,7 +29,7 @@ inline constexpr size_t SESSION_LINE_MAX = 1024; // bytes of one line
 
 enum class Outcome : uint32_t {
     done,
-    refused,     // the daemon said no
+    refused,     // the daemon said no, or a file could not be used
     usage,       // not a command, or not a value that is allowed here; nothing was sent
     unreachable, // no usable answer from the daemon
 };
@@ -34,10 +37,15 @@ enum class Outcome : uint32_t {
 struct Session {
     Connection connection;
     Place place;
-    bool json = false;  // `show` for programs
-    bool ended = false; // `quit` was said at the top
-    std::string output; // of the last line
-    std::string error;  // of the last line, one sentence without a full stop; empty unless it failed
+    bool json = false;                                      // `show` for programs
+    bool ended = false;                                     // `quit` was said at the top
+    bool loading = false;                                   // lines of a file that "load" named
+    uint32_t watchSeconds = 0;                              // between two runs of the command that comes next, 0 = it runs once
+    uint32_t watchTimes = 0;                                // how often "watch" runs its command, 0 = until somebody stops it
+    FILE *live = nullptr;                                   // what "watch" writes to as it goes; null: nobody looks on
+    bool (*confirm)(const std::string &question) = nullptr; // asks a person; null: nobody is asked
+    std::string output;                                     // of the last line
+    std::string error; // of the last line, one sentence without a full stop; empty unless it failed
 };
 
 // How the last word of a line ends.

@@ -2,6 +2,7 @@
 
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
 #include "shell/actions.h"
+#include "shell/runningconfig.h"
 #include "shell/values.h"
 
 namespace {
@@ -55,10 +56,12 @@ Outcome actionShowInformation(Session *session, const Arguments &) {
     Dhcp6InfoOptionPolicy policy = {};
     Dhcp6InfoIdTemplate interfaceId = {};
     Dhcp6InfoIdTemplate remoteId = {};
-    const CallEnd end = callRun(&session->connection, DH6S_FUNC_INFO_GET,
-                                {callArgument(&policy, sizeof policy), callArgument(&interfaceId, sizeof interfaceId),
-                                 callArgument(&remoteId, sizeof remoteId)},
-                                &session->error);
+    std::vector<std::string> running;
+    CallEnd end = callRun(&session->connection, DH6S_FUNC_INFO_GET,
+                          {callArgument(&policy, sizeof policy), callArgument(&interfaceId, sizeof interfaceId),
+                           callArgument(&remoteId, sizeof remoteId)},
+                          &session->error);
+    end = end == CallEnd::done ? runningConfigRead(&session->connection, &running, &session->error) : end;
     if (end != CallEnd::done) {
         return actionEnd(session, end, "the daemon refused to tell about options 18 and 37");
     }
@@ -70,6 +73,7 @@ Outcome actionShowInformation(Session *session, const Arguments &) {
          policy.remoteIdTemplate != nullptr ? &remoteId : nullptr},
     };
     Report report;
+    reportFact(&report, "l2_relay", "Layer 2 relay agent", valueOnOff(runningConfigHas(running, CONFIG_L2_RELAY)));
     reportFact(&report, "strategy", "If a message has the option already", valueText(strategyText(policy.strategy)));
     reportTable(&report, "options", "There are no options.",
                 {{"option", "OPTION"}, {"name", "NAME"}, {"enabled", "ADDED"}, {"kind", "KIND"}, {"content", "CONTENT"}});

@@ -34,6 +34,20 @@ void copyRecords(void *records, const std::vector<uint8_t> &bytes) {
     }
 }
 
+// The record of a table that has one.
+CallEnd readSingle(Connection *connection, uint32_t table, void *record, uint32_t size, std::string *error) {
+    std::vector<uint8_t> bytes;
+    const CallEnd end = readTable(connection, table, size, &bytes, error);
+    if (end == CallEnd::done && bytes.size() != size) {
+        *error = "the daemon's answer is damaged: it describes " + std::to_string(bytes.size() / size) + " switches";
+        return CallEnd::unavailable;
+    }
+    if (end == CallEnd::done) {
+        copyRecords(record, bytes);
+    }
+    return end;
+}
+
 } // namespace
 
 bool statusPageTake(std::span<const uint8_t> payload, const LinuxStatusAsk &ask, uint32_t recordSize,
@@ -59,16 +73,11 @@ bool statusPageTake(std::span<const uint8_t> payload, const LinuxStatusAsk &ask,
 }
 
 CallEnd statusSwitch(Connection *connection, LinuxSwitchStatus *status, std::string *error) {
-    std::vector<uint8_t> bytes;
-    const CallEnd end = readTable(connection, LINUX_STATUS_SWITCH, sizeof *status, &bytes, error);
-    if (end == CallEnd::done && bytes.size() != sizeof *status) {
-        *error = "the daemon's answer is damaged: it describes " + std::to_string(bytes.size() / sizeof *status) + " switches";
-        return CallEnd::unavailable;
-    }
-    if (end == CallEnd::done) {
-        copyRecords(status, bytes);
-    }
-    return end;
+    return readSingle(connection, LINUX_STATUS_SWITCH, status, sizeof *status, error);
+}
+
+CallEnd statusFiles(Connection *connection, LinuxFilesStatus *status, std::string *error) {
+    return readSingle(connection, LINUX_STATUS_FILES, status, sizeof *status, error);
 }
 
 CallEnd statusPorts(Connection *connection, std::vector<LinuxPortStatus> *ports, std::string *error) {

@@ -9,7 +9,8 @@
 
 namespace {
 
-constexpr size_t QUOTED_MAX = 64; // characters of a word that an error repeats
+constexpr size_t SHORTENED_MAX = 64; // characters of a text that an error repeats
+constexpr uint32_t SECONDS_MAX = 3600;
 
 bool readDecimal(std::string_view word, uint32_t *number) {
     uint32_t value = 0;
@@ -108,6 +109,14 @@ bool valueReadLimit(std::string_view word, uint32_t *limit, std::string *error) 
         return true;
     }
     *error = textQuoted(word) + " is not a number of clients: allowed are 0 to " + std::to_string(DHCP6SNOOPING_LIMIT_MAX);
+    return false;
+}
+
+bool valueReadSeconds(std::string_view word, uint32_t *seconds, std::string *error) {
+    if (readRange(word, 1, SECONDS_MAX, seconds)) {
+        return true;
+    }
+    *error = textQuoted(word) + " is not a number of seconds: allowed are 1 to " + std::to_string(SECONDS_MAX);
     return false;
 }
 
@@ -241,13 +250,15 @@ std::string textPrintable(std::string_view text) {
     return clean;
 }
 
-std::string textQuoted(std::string_view word) {
+std::string textShortened(std::string_view text) {
     size_t shown = 0;
-    for (size_t i = 0; i < QUOTED_MAX && shown < word.size(); i++) {
-        shown += std::max<size_t>(printableLength(word.substr(shown)), 1);
+    for (size_t i = 0; i < SHORTENED_MAX && shown < text.size(); i++) {
+        shown += std::max<size_t>(printableLength(text.substr(shown)), 1);
     }
-    return '"' + textPrintable(word.substr(0, shown)) + (shown < word.size() ? "...\"" : "\"");
+    return textPrintable(text.substr(0, shown)) + (shown < text.size() ? "..." : "");
 }
+
+std::string textQuoted(std::string_view word) { return '"' + textShortened(word) + '"'; }
 
 std::string_view textField(std::span<const char> field) {
     return {field.data(), static_cast<size_t>(std::find(field.begin(), field.end(), '\0') - field.begin())};

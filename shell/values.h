@@ -21,6 +21,7 @@ using VlanList = std::array<uint8_t, VLAN_LIST_SIZE>;
 
 [[nodiscard]] bool valueReadPort(std::string_view word, uint32_t *port, std::string *error);
 [[nodiscard]] bool valueReadVlan(std::string_view word, uint32_t *vlan, std::string *error);
+[[nodiscard]] bool valueReadSeconds(std::string_view word, uint32_t *seconds, std::string *error);
 [[nodiscard]] bool valueReadLimit(std::string_view word, uint32_t *limit, std::string *error);
 // Six groups of one or two hexadecimal digits, all separated by ':' or all by '-'. Refuses the all-zero address, which the
 // daemon uses for "no client".
@@ -41,7 +42,8 @@ std::string textDuration(uint64_t seconds);                                     
 std::string textPorts(std::span<const uint32_t> ports);                            // ascending ports: "0/1-0/3, 0/7"
 std::string textVlans(std::span<const uint32_t> vlans);                            // ascending, as valueReadVlans reads them
 std::string textPrintable(std::string_view text);                                  // other characters byte by byte as \xNN
-std::string textQuoted(std::string_view word);                                     // printable, in quotes, cut when very long
+std::string textShortened(std::string_view text);                                  // printable, cut when very long
+std::string textQuoted(std::string_view word);                                     // the same in quotes
 std::vector<uint32_t> vlansListed(const VlanList &vlans);                          // ascending
 // Bytes of a fixed field up to its first NUL.
 std::string_view textField(std::span<const char> field);

@@ -22,7 +22,7 @@ struct Caller {
     uint64_t id; // never used twice; 0 while the place is free. Place in the table + LINUX_CALLERS_MAX times a counter
     int fd;
     int pid;           // for the log
-    uint64_t lastUsed; // count of messages at the time of its last one
+    uint64_t lastUsed; // count of messages at the time of its last one; 0 before the first
     uint32_t length;   // bytes of its message; 0 while none waits
     event readable;    // added while its next message may be read
 };
@@ -74,6 +74,11 @@ static void closeCaller(Caller *caller) {
     *caller = Caller{};
 }
 
+// True when `caller` was silent longer than `other`. Whoever never said anything was, whenever it came.
+static bool silentLonger(const Caller &caller, const Caller &other) {
+    return caller.lastUsed != other.lastUsed ? caller.lastUsed < other.lastUsed : caller.id < other.id;
+}
+
 // A free place. When there is none, the connection that was silent longest is closed for it; one whose message waits is
 // never closed. Null when they all wait.
 static Caller *freePlace() {
@@ -82,7 +87,7 @@ static Caller *freePlace() {
         if (caller.id == 0) {
             return &caller;
         }
-        if (caller.length == 0 && (silent == nullptr || caller.lastUsed < silent->lastUsed)) {
+        if (caller.length == 0 && (silent == nullptr || silentLonger(caller, *silent))) {
             silent = &caller;
         }
     }
@@ -247,7 +252,6 @@ static void welcome(int fd) {
     connectionCount++;
     caller->fd = fd;
     caller->pid = pid;
-    caller->lastUsed = messageCount;
     caller->id = connectionCount * LINUX_CALLERS_MAX + static_cast<uint64_t>(caller - callers);
     event_assign(&caller->readable, linuxLoopBase(), fd, EV_READ | EV_PERSIST, callerReadable, caller);
     event_add(&caller->readable, nullptr);

@@ -6,8 +6,8 @@
 // credentials are looked at because a mode is changed by mistake.
 //
 // Bounds, and why nobody can do harm through them:
-// - LINUX_CALLERS_MAX connections. One more closes the one that was silent longest, so that idle callers cannot lock others
-//   out.
+// - LINUX_CALLERS_MAX connections. One more closes the one that was silent longest, those that never said anything first, so
+//   that idle callers cannot lock others out.
 // - One message per connection. While it waits, nothing more is read from that connection: what else its caller sends stays
 //   in the kernel, at the caller's expense, and every caller gets its turn.
 // - A message that is not exactly as long as its header says, or of another version, ends its connection.

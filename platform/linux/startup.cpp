@@ -18,9 +18,10 @@
 #include "platform/linux/notify.h"
 #include "platform/linux/switchfile.h"
 
+timeval linuxStartupPatience = {60, 0};
+
 namespace {
 
-constexpr timeval PATIENCE = {60, 0};
 constexpr int FIRST_INHERITED = 3; // descriptors from here on are not the shell's
 
 pid_t shell; // 0 while none runs
@@ -58,15 +59,15 @@ void onShellEnded(evutil_socket_t, short, void *) {
     }
 }
 
-void onShellHangs(evutil_socket_t, short, void *) {
-    linuxLog("the shell does not come to an end with %s", linuxStartupFile());
-    kill(shell, SIGKILL);
-}
-
 void stopShell() {
     if (shell != 0) {
         kill(shell, SIGKILL);
     }
+}
+
+void onShellHangs(evutil_socket_t, short, void *) {
+    linuxLog("the shell does not come to an end with %s", linuxStartupFile());
+    stopShell();
 }
 
 // 0, or an errno.
@@ -123,7 +124,7 @@ void linuxStartupReplay() {
     evsignal_assign(&shellEnded, linuxLoopBase(), SIGCHLD, onShellEnded, nullptr);
     evtimer_assign(&shellHangs, linuxLoopBase(), onShellHangs, nullptr);
     const int error =
-        evsignal_add(&shellEnded, nullptr) != 0 || evtimer_add(&shellHangs, &PATIENCE) != 0 ? ENOMEM : startShell();
+        evsignal_add(&shellEnded, nullptr) != 0 || evtimer_add(&shellHangs, &linuxStartupPatience) != 0 ? ENOMEM : startShell();
     if (error != 0) {
         linuxLog("cannot replay %s: %s: %s", linuxStartupFile(), shellPath(), strerror(error));
         event_del(&shellEnded);

@@ -8,6 +8,11 @@
 // The file is startup.conf beside the switch file; another one with SNOOPD6_STARTUP. The shell is the installed one, another
 // one with SNOOPD6_SHELL.
 
+#include <sys/time.h>
+
+// How long the shell may take.
+extern timeval linuxStartupPatience;
+
 // Path of the startup file, whether it exists or not.
 const char *linuxStartupFile();
 

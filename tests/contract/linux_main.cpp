@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -14,9 +15,12 @@
 
 #include "platform/libvos.h"
 #include "platform/linux/loop.h"
+#include "platform/linux/startup.h"
 #include "platform/linux/switchfile.h"
 
 // ---- The small server ----------------------------------------------------------------------------------------------
+
+static constexpr int PATIENCE = 30000; // ms, for a line that is certain to come
 
 static int serve(const std::string &mode) {
     if (mode == "log") {
@@ -36,7 +40,10 @@ static int serve(const std::string &mode) {
     vosPrintf("ready\n");
     static uint8_t buffer[VOS_MSG_MAX];
     VosMsgReplyCtx ctx;
-    while (mode == "serve") {
+    if (mode == "hasty") {
+        linuxStartupPatience = {0, 200000};
+    }
+    while (mode != "leave") {
         vosMsgRecv(queueId, buffer, sizeof buffer, -1, &ctx);
     }
     return 7;
@@ -68,9 +75,15 @@ TestServer serverStart(const std::string &mode, const std::string &run, unsigned
     return {pid, output[0], errors[0]};
 }
 
-bool serverReady(const TestServer &server) {
-    char text[6] = "";
-    return read(server.output, text, sizeof text) == 6 && memcmp(text, "ready\n", 6) == 0;
+bool serverReady(const TestServer &server) { return serverLine(server) == "ready"; }
+
+std::string serverLine(const TestServer &server) {
+    pollfd output = {.fd = server.output, .events = POLLIN, .revents = 0};
+    std::string line;
+    for (char ch = 0; poll(&output, 1, PATIENCE) == 1 && read(server.output, &ch, 1) == 1 && ch != '\n';) {
+        line += ch;
+    }
+    return line;
 }
 
 int serverEnd(const TestServer &server, std::string *said) {
@@ -84,6 +97,27 @@ int serverEnd(const TestServer &server, std::string *said) {
     close(server.output);
     close(server.errors);
     return WIFSIGNALED(status) ? 1000 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+Captured captureBegin() {
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_DIRECT | O_CLOEXEC | O_NONBLOCK), 0);
+    const Captured captured = {ends[0], dup(STDERR_FILENO)};
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[1]);
+    return captured;
+}
+
+std::vector<std::string> captureEnd(const Captured &captured) {
+    dup2(captured.saved, STDERR_FILENO);
+    close(captured.saved);
+    std::vector<std::string> writes;
+    char text[4096];
+    for (ssize_t n = 0; (n = read(captured.read, text, sizeof text)) > 0;) {
+        writes.emplace_back(text, static_cast<size_t>(n));
+    }
+    close(captured.read);
+    return writes;
 }
 
 // ---- The tests' surroundings ---------------------------------------------------------------------------------------
@@ -101,7 +135,10 @@ static void leaveNetwork() {
 }
 
 int main(int argc, char **argv) {
-    for (const char *mode : {"serve", "leave", "log", "file"}) {
+    if (argc > 1 && strcmp(argv[1], "--keep-going") == 0) {
+        return playShell(argc, argv);
+    }
+    for (const char *mode : {"serve", "hasty", "leave", "log", "file"}) {
         if (argc == 2 && std::string("--") + mode == argv[1]) {
             return serve(mode);
         }
@@ -114,6 +151,8 @@ int main(int argc, char **argv) {
         return EXIT_FAILURE;
     }
     setenv("SNOOPD6_RUN", (folder + "/queue").c_str(), 1);
+    setenv("SNOOPD6_STARTUP", (folder + "/startup.conf").c_str(), 1); // there is none
+    unsetenv("NOTIFY_SOCKET");
     const int result = RUN_ALL_TESTS();
     std::filesystem::remove_all(folder);
     return result;

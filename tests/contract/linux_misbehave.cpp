@@ -1,9 +1,11 @@
 // Callers of the daemon's socket that break its rules, or only go away, and callers that may not speak at all.
 
+#include <algorithm>
 #include <event2/event.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <random>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -39,7 +41,7 @@ TEST_F(Queue, BrokenMessagesEndTheirConnectionOnly) {
     for (size_t length = 0; length < whole.size(); length++) {
         broken.emplace_back(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(length));
     }
-    for (const uint16_t type : {LINUX_MSG_DEBUG, LINUX_MSG_STATUS}) {
+    for (const uint16_t type : {LINUX_MSG_RUNNING_CONFIG, LINUX_MSG_DEBUG, LINUX_MSG_STATUS}) {
         Bytes platform = message(type, 1, {1, 2, 3, 4});
         platform.pop_back();
         broken.push_back(platform);
@@ -51,6 +53,53 @@ TEST_F(Queue, BrokenMessagesEndTheirConnectionOnly) {
         EXPECT_EQ(callerRead(bad).got, Got::hangUp) << bytes.size();
         close(bad);
     }
+    expectServed(caller, 1);
+}
+
+static uint32_t pick(std::mt19937 *random, uint32_t choices) { return static_cast<uint32_t>((*random)() % choices); }
+
+// A message of any type, more often than not with a length, a version or a payload that is wrong.
+static Bytes randomMessage(std::mt19937 *random) {
+    static constexpr uint16_t TYPES[] = {1, 2, 0x8000, LINUX_MSG_RUNNING_CONFIG, LINUX_MSG_DEBUG, LINUX_MSG_STATUS, 0xFFFF};
+    Bytes payload(pick(random, 4) == 0 ? pick(random, 60000) : pick(random, 20));
+    std::generate(payload.begin(), payload.end(), [random]() { return static_cast<uint8_t>(pick(random, 4)); });
+    Bytes bytes = message(TYPES[pick(random, std::size(TYPES))], pick(random, 1000), payload);
+    for (uint32_t changes = pick(random, 3); changes > 0; changes--) {
+        bytes[pick(random, HEADER)] = static_cast<uint8_t>((*random)());
+    }
+    if (pick(random, 4) == 0) {
+        bytes.resize(pick(random, static_cast<uint32_t>(bytes.size()) + 20));
+    }
+    return bytes;
+}
+
+TEST_F(Queue, RandomMessagesHarmNobody) {
+    ASSERT_EQ(vosMsgRegisterBldrun([](char *, uint32_t *, uint32_t, uint32_t) { return 0; }), 0);
+    std::mt19937 random(2026);
+    uint32_t taken = 0;
+    uint32_t answered = 0;
+    uint32_t ended = 0;
+    for (uint32_t round = 0; round < 600; round++) {
+        const int bad = callerConnect();
+        const Bytes bytes = randomMessage(&random);
+        callerSend(bad, bytes);
+        Taken got = daemonTake(1);
+        if (got.result > 0) {
+            ASSERT_EQ(got.bytes, bytes) << "as it was sent, or not at all";
+            ASSERT_EQ(daemonReply(&got, 7), 0);
+            taken++;
+        }
+        const Reply reply = callerRead(bad);
+        ASSERT_NE(reply.got, Got::nothing) << "every message is answered or ends its connection";
+        (reply.got == Got::reply ? answered : ended)++;
+        close(bad);
+        if (round % 100 == 0) {
+            expectServed(caller, round);
+        }
+    }
+    EXPECT_GT(taken, 60u);
+    EXPECT_GT(answered - taken, 60u);
+    EXPECT_GT(ended, 60u);
     expectServed(caller, 1);
 }
 
@@ -89,6 +138,29 @@ TEST_F(Queue, MoreCallersThanPlaces) {
     for (const int fd : others) {
         close(fd);
     }
+}
+
+// A caller that was served stays, however many come and say nothing; the newest of those have not been sent away either.
+TEST_F(Queue, CallersThatNeverSpokeMakePlace) {
+    const int later = callerConnect();
+    expectServed(caller, 1);
+    expectServed(later, 2);
+    std::vector<int> silent;
+    for (uint32_t i = 0; i < 3 * LINUX_CALLERS_MAX; i++) {
+        silent.push_back(callerConnect());
+        daemonIdle();
+    }
+    for (uint32_t i = 0; i < silent.size(); i++) {
+        const bool newest = i >= silent.size() - (LINUX_CALLERS_MAX - 2);
+        EXPECT_EQ(callerRead(silent[i]).got, newest ? Got::nothing : Got::hangUp) << i;
+    }
+    expectServed(caller, 3);
+    expectServed(silent.back(), 4);
+    expectServed(later, 5);
+    for (const int fd : silent) {
+        close(fd);
+    }
+    close(later);
 }
 
 // Turns of the loop while the daemon is busy and takes no message.

@@ -11,35 +11,9 @@
 #include "platform/libsyslog.h"
 #include "platform/linux/debugswitch.h"
 #include "platform/linux/switchfile.h"
+#include "tests/contract/linux_env.h"
 
 static constexpr uint32_t MODULE = LINUX_MODULE_DHCP6_SNOOPING;
-
-// Standard error for a while: a pipe of datagrams, so that every write stays one piece.
-struct Captured {
-    int read;
-    int saved;
-};
-
-static Captured captureBegin() {
-    int ends[2];
-    EXPECT_EQ(pipe2(ends, O_DIRECT | O_CLOEXEC | O_NONBLOCK), 0);
-    const Captured captured = {ends[0], dup(STDERR_FILENO)};
-    dup2(ends[1], STDERR_FILENO);
-    close(ends[1]);
-    return captured;
-}
-
-static std::vector<std::string> captureEnd(const Captured &captured) {
-    dup2(captured.saved, STDERR_FILENO);
-    close(captured.saved);
-    std::vector<std::string> writes;
-    char text[4096];
-    for (ssize_t n = 0; (n = read(captured.read, text, sizeof text)) > 0;) {
-        writes.emplace_back(text, static_cast<size_t>(n));
-    }
-    close(captured.read);
-    return writes;
-}
 
 static std::vector<std::string> linesOf(uint32_t level, const std::string &text) {
     const Captured captured = captureBegin();

@@ -72,14 +72,33 @@ def test_refusals_name_the_range(idle):
     assert calls.port_info(idle.link, 2)["maximum"] == 2048
 
 
-def test_replay_names_the_line_that_failed_and_goes_on(idle):
-    lines = "! setup\ndhcpv6-snooping\ninterface ethernet 0/2\ndhcpv6-snooping max-clients 9999\ndhcpv6-snooping trust\nquit\n"
+LINES = "! setup\ndhcpv6-snooping\ninterface ethernet 0/2\ndhcpv6-snooping max-clients 9999\ndhcpv6-snooping trust\nquit\n"
+
+
+def replay(daemon, *arguments):
+    """Runs LINES: (exit status, errors)."""
     done = subprocess.run(
-        [program("snoopctl"), "-f", "-"],
-        input=lines, env=idle.environment(), capture_output=True, text=True, timeout=30, check=False,
+        [program("snoopctl"), *arguments],
+        input=LINES, env=daemon.environment(), capture_output=True, text=True, timeout=30, check=False,
     )  # fmt: skip
-    assert done.returncode != 0
-    assert "4" in done.stderr and "max-clients 9999" in done.stderr
+    return done.returncode, done.stderr
+
+
+def test_a_file_ends_with_the_first_line_that_fails(idle):
+    status, said = replay(idle, "-f", "-")
+    assert status == 2
+    assert said == (
+        'standard input:4: dhcpv6-snooping max-clients 9999: "9999" is not a number of clients: allowed are 0 to 2048\n'
+        "standard input: 5 lines, 1 failed, 2 not run; --keep-going runs the others\n"
+    )
+    assert calls.port_info(idle.link, 2)["trust"] == 0
+
+
+def test_a_file_goes_on_when_it_is_told(idle):
+    status, said = replay(idle, "--keep-going", "-f", "-")
+    assert status == 2
+    assert said.startswith("standard input:4: dhcpv6-snooping max-clients 9999: ")
+    assert said.endswith("\nstandard input: 5 lines, 1 failed\n")
     assert calls.port_info(idle.link, 2)["trust"] == 1
 
 

@@ -84,6 +84,7 @@ def test_every_way_in_means_the_same(idle, tmp_path, way):
         done = [replay(idle, "", line) for line in LINES.splitlines()]
     assert [(one.returncode, one.stdout, one.stderr) for one in done] == [(0, "", "")] * len(done)
     assert shown(idle) == {
+        "l2_relay": False,
         "strategy": "replace",
         "options": [
             {"option": 18, "name": "interface-id", "enabled": True, "kind": "user-defined", "content": TEMPLATE},

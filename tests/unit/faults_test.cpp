@@ -35,8 +35,19 @@ void informedLife() {
     enableOptions({});
 }
 
+// What is configured by now, and something in every part of it.
+void toldLife() {
+    dhcp6SnoopingPortMaxIP[2] = 5;
+    dhcp6SnoopingDhcpVlanMaxIP[10] = 5;
+    std::vector<char> text(4096, '\0');
+    auto space = static_cast<uint32_t>(text.size());
+    snoopd6BldRun(text.data(), &space, 0x10000, 0);
+    dhcp6SnoopingPortMaxIP[2] = 2048;
+    dhcp6SnoopingDhcpVlanMaxIP[10] = 2048;
+}
+
 // Start-up, two guarded ports with bindings and an exempt VLAN, an exchange through to RENEW, options 18 and 37, a relayed
-// REPLY, aging, RELEASE, a port that goes down, remote calls, stop.
+// REPLY, aging, RELEASE, a port that goes down, remote calls, the running configuration, stop.
 void wholeLife() {
     uint32_t queueId = 0;
     dhcp6snooping_startup("snoopd6", &queueId);
@@ -59,6 +70,7 @@ void wholeLife() {
     addBindingOf(A1, CLIENT, 1);
     ip6_source_guard_bind_node_delete(ip6(A1));
     receive(fromClient(DHCP6_SOLICIT).from(OTHER_CLIENT).to(SERVER), 2);
+    toldLife();
     dhcp6L2Relay = 1;
     informedLife();
     receive(frame()
@@ -142,6 +154,10 @@ TEST_F(FaultsTest, EveryCallFailsInTurn) {
 TEST_F(FaultsTest, EveryFunctionFailsAlways) {
     const char *const functions[] = {"smdProcessInit",
                                      "OemInit",
+                                     "vosMsgRegisterBldrun",
+                                     "get_str_by_mid",
+                                     "smdVDPortExistAndType",
+                                     "vlan_exist",
                                      "smdRMWrapInit",
                                      "__smdRmWrapRegister",
                                      "vosTimerRegister",

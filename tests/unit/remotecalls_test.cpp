@@ -130,6 +130,47 @@ TEST_F(RemoteCallsTest, EveryCallSaysItsNameAndRefusesAWrongCount) {
     }
 }
 
+TEST_F(RemoteCallsTest, AWrongCountIsSeenBeforeAnyArgument) {
+    for (const Call &one : CALLS) {
+        SCOPED_TRACE(one.wrapper);
+        for (const uint32_t count : {one.arguments + 1, 0x80000000u | one.arguments, 0xFFFFFFFFu}) {
+            recordingTake();
+            EXPECT_EQ(recordingRemoteFunction(one.id)(nullptr, nullptr, count), -1001);
+            EXPECT_EQ(recordingTake().back(), "smdDebugPrintf level=0x800 \"dhcp6snoopingWrap_" + one.wrapper + ":ulArgsNum " +
+                                                  std::to_string(count) + " error\"");
+        }
+        if (one.arguments == 0)
+            continue;
+        EXPECT_EQ(recordingRemoteFunction(one.id)(nullptr, nullptr, one.arguments), -1001) << "no arguments at all";
+        EXPECT_EQ(recordingTake(), Lines{"smdDebugPrintf level=0x400 \"dhcp6snoopingWrap_" + one.wrapper + ":start\""});
+    }
+    EXPECT_EQ(dhcp6SnoopingOn, 0u);
+}
+
+// What the wrapper reads itself must be there; of a missing buffer the function called is the judge.
+TEST_F(RemoteCallsTest, AMissingNumberOrAddressIsAWrongArgument) {
+    struct Values {
+        uint32_t id;
+        std::vector<uint32_t> read;
+    };
+    const Values values[] = {{2, {0, 1}}, {3, {0}},           {4, {0, 1}}, {5, {0}},        {6, {0, 1}},  {7, {0}},  {8, {0}},
+                             {11, {0}},   {12, {0}},          {13, {0}},   {14, {0, 2, 3}}, {15, {0, 2}}, {16, {0}}, {18, {0}},
+                             {19, {0}},   {20, {0, 1, 3, 4}}, {21, {0}},   {23, {0}},       {25, {0}},    {28, {0}}, {30, {0}},
+                             {31, {0}},   {32, {0, 1}},       {34, {0}},   {35, {0}}};
+    alignas(16) static uint8_t slots[SMD_RM_ARGS][SMD_RM_SLOT];
+    memset(slots, 0, sizeof slots);
+    for (const Values &one : values)
+        for (const uint32_t missing : one.read) {
+            SmdRmArg arguments[SMD_RM_ARGS] = {};
+            for (uint32_t i = 0; i < SMD_RM_ARGS; i++)
+                arguments[i].data = i == missing ? nullptr : slots[i];
+            recordingTake();
+            EXPECT_EQ(recordingRemoteFunction(one.id)(nullptr, arguments, CALLS[one.id].arguments), -1001)
+                << one.id << " without " << missing;
+            EXPECT_EQ(recordingTake().size(), 1u) << "nothing but the name";
+        }
+}
+
 TEST_F(RemoteCallsTest, MissingDataIsRefused) {
     for (const Call &one : CALLS) {
         if (one.arguments == 0 || one.id == 36)

@@ -198,6 +198,7 @@ TEST_F(ShellCommands, ShowSnooping) {
     start(fakeSwitch);
     EXPECT_EQ(show("show dhcpv6-snooping"), "DHCPv6 snooping           on\n"
                                             "Fast remove on link down  off\n"
+                                            "Layer 2 relay agent       on\n"
                                             "Trusted ports             0/4\n"
                                             "Clients                   2\n"
                                             "Room for clients          2048\n"
@@ -205,7 +206,8 @@ TEST_F(ShellCommands, ShowSnooping) {
                                             "Bridge                    br0\n"
                                             "Running for               1h2m\n");
     EXPECT_EQ(nlohmann::json::parse(show("show dhcpv6-snooping", true)), nlohmann::json::parse(R"({"snooping": true,
-        "fast_remove": false, "trusted_ports": ["0/4"], "clients": 2, "clients_max": 2048, "debug": true, "bridge": "br0",
+        "fast_remove": false, "l2_relay": true,
+        "trusted_ports": ["0/4"], "clients": 2, "clients_max": 2048, "debug": true, "bridge": "br0",
         "uptime_seconds": 3725})"));
 }
 

@@ -132,6 +132,18 @@ Bytes portPage(uint32_t start) {
     return page(LINUX_STATUS_PORTS, start == 0 ? 4 : 0, static_cast<uint32_t>(last - first), records);
 }
 
+// The running configuration comes in two pages, which part in the middle of a line.
+Bytes answerConfig(const Bytes &request) {
+    constexpr std::string_view text = FAKE_CONFIG;
+    constexpr uint32_t middle = 100;
+    const uint32_t offset = fakeWord(request, HEADER);
+    const auto total = static_cast<uint32_t>(text.size());
+    const std::string_view part = offset == 0 ? text.substr(0, middle) : text.substr(middle);
+    Bytes page = fakeWords({total, offset == 0 ? middle : 0, 9, static_cast<uint32_t>(part.size())});
+    page.insert(page.end(), part.begin(), part.end());
+    return page;
+}
+
 Bytes answerStatus(const Bytes &request) {
     const LinuxSwitchStatus status = {"br0", "0.1.0", 4711, 3725, 4, 1, 1, 1, {2, 0, 0, 0, 0, 0xff}, {}};
     const LinuxVlanStatus vlans[] = {{1, 0, {0xd0}, {0xd0}}, {10, 0, {0xf0}, {}}};
@@ -148,6 +160,11 @@ Bytes answerStatus(const Bytes &request) {
     const uint32_t table = fakeWord(request, HEADER);
     switch (table) {
     case LINUX_STATUS_PORTS: return fakeReply(request, 0, portPage(fakeWord(request, HEADER + 4)));
+    case LINUX_STATUS_FILES: {
+        const LinuxFilesStatus files = {"/etc/snoopd6/switch.toml", "/nonexistent/startup.conf"};
+        appendRecord(&records, &files, sizeof files);
+        return fakeReply(request, 0, page(table, 0, 1, records));
+    }
     case LINUX_STATUS_SWITCH:
         appendRecord(&records, &status, sizeof status);
         return fakeReply(request, 0, page(table, 0, 1, records));
@@ -273,6 +290,7 @@ Bytes fakeSwitch(const Bytes &request) {
     switch (header.type) {
     case VOS_MSG_TYPE_REMOTE_CALL: return answerCall(request);
     case LINUX_MSG_STATUS: return answerStatus(request);
+    case LINUX_MSG_RUNNING_CONFIG: return fakeReply(request, 0, answerConfig(request));
     case LINUX_MSG_DEBUG: {
         const uint32_t set = fakeWord(request, HEADER + 4);
         return fakeReply(request, 0, fakeWords({fakeWord(request, HEADER), set == 2 ? 1 : set}));

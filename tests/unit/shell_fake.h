@@ -6,7 +6,7 @@
 // 02:00:00:00:00:01 with an address and a prefix, client 02:00:00:00:00:0a without leases. Source guard is on for port 0/1;
 // 2001:db8::5 is bound on it, 2001:db8::6 everywhere (the kernel lacks that filter), 2001:db8::7 on port 0/2; VLANs 20 and 30
 // to 32 are exempt. The kernel still has port 0/4 closed, which is not guarded any more. Option 18 is on, with the template
-// "{hostname}/{port}", option 37 off, with the string "two words".
+// "{hostname}/{port}", option 37 off, with the string "two words". Its startup file is in a folder that does not exist.
 
 #include <cstdint>
 #include <functional>
@@ -18,6 +18,27 @@
 
 #include "l2/dhcp6snooping/sourceguard/bindings.h"
 #include "shell/session.h"
+
+// Its running configuration.
+inline constexpr const char *FAKE_CONFIG =
+    "!!!DHCPv6 snooping\r\n"
+    "dhcpv6-snooping\r\n"
+    "undo dhcpv6-snooping port-down-action fast-remove\r\n"
+    "dhcpv6-snooping l2-relay\r\n"
+    "interface ethernet 0/1\r\n"
+    "ipv6-source-guard\r\n"
+    "dhcpv6-snooping max-clients 100\r\n"
+    "quit\r\n"
+    "interface ethernet 0/4\r\n"
+    "dhcpv6-snooping trust\r\n"
+    "quit\r\n"
+    "dhcpv6-snooping information option 18\r\n"
+    "dhcpv6-snooping information interface-id user-defined \"{hostname}/{port}\"\r\n"
+    "dhcpv6-snooping information remote-id string \"two words\"\r\n"
+    "undo ipv6-source-guard vlan 20,30-32\r\n"
+    "ipv6-source-guard bind ip 2001:db8::7 mac 02:00:00:00:00:07 interface ethernet 0/2\r\n"
+    "ipv6-source-guard bind ip 2001:db8::6\r\n"
+    "ipv6-source-guard bind ip 2001:db8::5 mac 02:00:00:00:00:05 interface ethernet 0/1 vlan 10\r\n";
 
 using Bytes = std::vector<uint8_t>;
 

@@ -181,12 +181,13 @@ TEST_F(ShellInformation, HelpListsTheElementsInsideAndOutsideOfThem) {
 }
 
 TEST_F(ShellInformation, Show) {
-    EXPECT_EQ(show(), "If a message has the option already  replace\n"
+    EXPECT_EQ(show(), "Layer 2 relay agent                  on\n"
+                      "If a message has the option already  replace\n"
                       "\n"
                       "OPTION  NAME          ADDED  KIND          CONTENT\n"
                       "    18  interface-id  on     user-defined  {hostname}/{port}\n"
                       "    37  remote-id     off    string        two words\n");
-    EXPECT_EQ(nlohmann::json::parse(show(true)), nlohmann::json::parse(R"({"strategy": "replace", "options": [
+    EXPECT_EQ(nlohmann::json::parse(show(true)), nlohmann::json::parse(R"({"l2_relay": true, "strategy": "replace", "options": [
         {"option": 18, "name": "interface-id", "enabled": true, "kind": "user-defined", "content": "{hostname}/{port}"},
         {"option": 37, "name": "remote-id", "enabled": false, "kind": "string", "content": "two words"}]})"));
 }
@@ -206,6 +207,9 @@ TEST_F(ShellInformation, ShowWhateverTheRecordHolds) {
     };
     for (const auto &c : cases) {
         daemon.answer = [&c](const Bytes &request) {
+            if (fakeWord(request, 0) != 0x00010001) {
+                return fakeSwitch(request);
+            }
             Bytes policy(sizeof(Dhcp6InfoOptionPolicy));
             policy[0] = static_cast<uint8_t>(c.strategy);
             policy[offsetof(Dhcp6InfoOptionPolicy, option37Enable)] = 1;
@@ -230,6 +234,9 @@ TEST_F(ShellInformation, ShowWhateverTheRecordHolds) {
 // Neither field need be terminated, nor hold what a terminal may see.
 TEST_F(ShellInformation, ShowTextsOfAnotherManager) {
     daemon.answer = [](const Bytes &request) {
+        if (fakeWord(request, 0) != 0x00010001) {
+            return fakeSwitch(request);
+        }
         Bytes policy(sizeof(Dhcp6InfoOptionPolicy));
         policy[offsetof(Dhcp6InfoOptionPolicy, remoteIdType)] = DHCP6_INFO_STRING;
         std::fill_n(policy.begin() + offsetof(Dhcp6InfoOptionPolicy, remoteIdValue), DHCP6_INFO_VALUE, '\x1b');

@@ -60,6 +60,12 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{PLACE_TOP, "un dh inf int", "undo dhcpv6-snooping information interface-id", nullptr},
         ReadCase{PLACE_TOP, "dh inf rem st \"two words\"", "dhcpv6-snooping information remote-id string <string>", nullptr},
         ReadCase{PLACE_TOP, "help", "help", nullptr}, ReadCase{PLACE_TOP, "help show dhcp whatever", "help <words>", nullptr},
+        ReadCase{PLACE_TOP, "un a", "undo all", nullptr}, ReadCase{PLACE_VLAN, "sa", "save", nullptr},
+        ReadCase{PLACE_TOP, "save \"my file\"", "save <file>", nullptr},
+        ReadCase{PLACE_TOP, "l x.conf", "load <file>", nullptr}, ReadCase{PLACE_VLAN, "sh run", "show running-config", nullptr},
+        ReadCase{PLACE_TOP, "w sh dh clients", "watch | show dhcpv6-snooping clients", nullptr},
+        ReadCase{PLACE_VLAN, "watch 5 show dh client 2:0:0:0:0:1", "watch <seconds> | show dhcpv6-snooping client <mac>",
+                 nullptr},
         ReadCase{PLACE_VLAN, "q", "quit", nullptr}));
 
 INSTANTIATE_TEST_SUITE_P(
@@ -81,6 +87,15 @@ INSTANTIATE_TEST_SUITE_P(
                  "text with blanks is put in double quotes"},
         ReadCase{PLACE_VLAN, "dhcpv6-snooping information remote-id string \"two words\"", nullptr,
                  "\"dhcpv6-snooping information remote-id string \"two words\"\" belongs to the top: say \"quit\" first"},
+        ReadCase{PLACE_TOP, "watch", nullptr, "the line is not complete: \"watch\" wants 1-3600 or show behind it"},
+        ReadCase{PLACE_TOP, "watch 5", nullptr, "the line is not complete: \"watch 5\" wants show behind it"},
+        ReadCase{PLACE_TOP, "watch 0 show platform", nullptr, "\"0\" is not a number of seconds: allowed are 1 to 3600"},
+        ReadCase{PLACE_TOP, "watch 5 clear", nullptr, "\"clear\" is not known here: allowed is show"},
+        ReadCase{PLACE_TOP, "watch watch show", nullptr, "\"watch\" is not a number of seconds: allowed are 1 to 3600"},
+        ReadCase{PLACE_TOP, "load", nullptr, "the line is not complete: \"load\" wants FILE behind it"},
+        ReadCase{PLACE_TOP, "save a b", nullptr,
+                 "nothing may stand behind \"save a\", but there is \"b\": a text with blanks is put in double quotes"},
+        ReadCase{PLACE_VLAN, "undo all", nullptr, "\"undo all\" belongs to the top: say \"quit\" first"},
         ReadCase{PLACE_TOP, "clear", nullptr, "the line is not complete: \"clear\" wants dhcpv6-snooping behind it"},
         ReadCase{PLACE_TOP, "interface ethernet", nullptr,
                  "the line is not complete: \"interface ethernet\" wants 0/N behind it"},
@@ -97,7 +112,7 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{
             PLACE_TOP, "DHCPV6-SNOOPING", nullptr,
             "\"DHCPV6-SNOOPING\" is not known here: allowed are dhcpv6-snooping, undo, interface, ipv6-source-guard, vlan, "
-            "clear, show, debug, help and quit"}));
+            "save, load, clear, show, watch, debug, help and quit"}));
 
 TEST(ShellParser, ValuesArriveWhereTheyBelong) {
     std::vector<ParsedCommand> parsed;
@@ -160,7 +175,11 @@ std::vector<std::string> goodWords(const Command &command) {
                         : word == "<ipv6>"    ? "2001:db8::1"
                         : word == "<id-ipv4>" ? "10.0.0.1"
                         : word == "<id-ipv6>" ? "2001:db8::1"
+                        : word == "<seconds>" ? "5"
                                               : word);
+    }
+    if (command.enters == PLACE_WATCH) {
+        words.insert(words.end(), {"show", "platform"});
     }
     return words;
 }
@@ -177,7 +196,7 @@ TEST(ShellParser, EveryCommandIsFoundInItsPlacesOnly) {
             const bool found = parserRead(place, views, &parsed, &error);
             if ((command.places & place) != 0) {
                 ASSERT_TRUE(found) << command.form << ": " << error;
-                EXPECT_EQ(parsed.back().command, &command);
+                EXPECT_EQ(command.enters == PLACE_WATCH ? parsed.front().command : parsed.back().command, &command);
                 EXPECT_TRUE(seen.insert({place, command.form}).second) << command.form << " is there twice";
             } else if (found) {
                 EXPECT_STREQ(parsed.back().command->form, command.form) << "found as something else";

@@ -24,7 +24,7 @@ class ShellReplay : public testing::Test {
         fakeStop(&daemon);
     }
 
-    ReplayResult replay(std::string text) {
+    ReplayResult replay(std::string text, ReplayMode mode = ReplayMode::keepGoing) {
         FILE *in = fmemopen(text.data(), text.size(), "r");
         char *outText = nullptr;
         char *errText = nullptr;
@@ -32,7 +32,7 @@ class ShellReplay : public testing::Test {
         size_t errSize = 0;
         FILE *outFile = open_memstream(&outText, &outSize);
         FILE *errFile = open_memstream(&errText, &errSize);
-        const ReplayResult result = replayRun(&session, in, "startup.cfg", outFile, errFile);
+        const ReplayResult result = replayRun(&session, in, "startup.conf", mode, outFile, errFile);
         fclose(in);
         fclose(outFile);
         fclose(errFile);
@@ -97,13 +97,13 @@ TEST_F(ShellReplay, AFailedLineIsNamedAndTheRestRuns) {
         replay("dhcpv6-snooping\nnonsense here\nshow platform\nvlan 10 dhcpv6-snooping max-clients 3000");
     EXPECT_EQ(result.failed, 2u);
     EXPECT_EQ(result.skipped, 0u);
-    EXPECT_EQ(
-        err,
-        "snoopctl: startup.cfg, line 2, \"nonsense here\": \"nonsense\" is not known here: allowed are dhcpv6-snooping, "
-        "undo, interface, ipv6-source-guard, vlan, clear, show, debug, help and quit\n"
-        "snoopctl: startup.cfg, line 4, \"vlan 10 dhcpv6-snooping max-clients 3000\": \"3000\" is not a number of clients: "
-        "allowed are 0 to 2048\n"
-        "snoopctl: startup.cfg: lines that failed: 2, lines not run because of them: 0\n");
+    EXPECT_EQ(err,
+              "startup.conf:2: nonsense here: \"nonsense\" is not known here: allowed are dhcpv6-snooping, undo, interface, "
+              "ipv6-source-guard, vlan, save, load, clear, show, watch, debug, help and quit\n"
+              "startup.conf:4: vlan 10 dhcpv6-snooping max-clients 3000: \"3000\" is not a number of clients: allowed are "
+              "0 to 2048\n");
+    EXPECT_EQ(replaySummary(result), "4 lines, 2 failed");
+    EXPECT_EQ(result.outcome, Outcome::usage);
     EXPECT_NE(out.find("Process                 4711\n"), std::string::npos);
 }
 
@@ -129,8 +129,9 @@ TEST_F(ShellReplay, NothingRunsBehindTheEndOfTheShell) {
     const ReplayResult result = replay("quit\n\n! remark\ndhcpv6-snooping\nundo dhcpv6-snooping\n");
     EXPECT_EQ(result.failed, 0u);
     EXPECT_EQ(result.skipped, 2u);
-    EXPECT_EQ(err, "snoopctl: startup.cfg, line 4, \"dhcpv6-snooping\": not run, because the line before it left the shell\n"
-                   "snoopctl: startup.cfg: lines that failed: 0, lines not run because of them: 2\n");
+    EXPECT_EQ(err, "startup.conf:4: dhcpv6-snooping: not run, because the line before it left the shell\n");
+    EXPECT_EQ(replaySummary(result), "3 lines, 0 failed, 2 not run");
+    EXPECT_EQ(result.outcome, Outcome::usage);
     EXPECT_TRUE(calls().empty());
 }
 
@@ -139,13 +140,30 @@ TEST_F(ShellReplay, WithoutADaemonItStopsAtOnce) {
     const ReplayResult result = replay("dhcpv6-snooping\ndhcpv6-snooping l2-relay\nshow platform\n");
     EXPECT_EQ(result.failed, 1u);
     EXPECT_EQ(result.skipped, 2u);
+    EXPECT_EQ(result.outcome, Outcome::unreachable);
+}
+
+TEST_F(ShellReplay, StopsAtTheFirstFailureWhenItIsTold) {
+    const ReplayResult result =
+        replay("! remark\ndhcpv6-snooping\nvlan 0\nnonsense\nundo dhcpv6-snooping\n", ReplayMode::stopAtFailure);
+    EXPECT_EQ(err, "startup.conf:3: vlan 0: \"0\" is not a VLAN: allowed are 1 to 4094\n");
+    EXPECT_EQ(replaySummary(result), "4 lines, 1 failed, 2 not run");
+    EXPECT_EQ(calls(), (std::vector<uint32_t>{0}));
+}
+
+TEST_F(ShellReplay, WatchIsNotForFiles) {
+    const ReplayResult result = replay("watch 1 show platform\nwatch\nwatch 5\ndhcpv6-snooping\n");
+    EXPECT_EQ(result.failed, 3u);
+    EXPECT_EQ(result.skipped, 0u);
+    EXPECT_NE(err.find("startup.conf:1: watch 1 show platform: \"watch\" cannot stand in a file"), std::string::npos) << err;
+    EXPECT_EQ(calls(), (std::vector<uint32_t>{0}));
 }
 
 TEST_F(ShellReplay, ALineOfAnyLengthIsOneLine) {
     const ReplayResult result = replay(std::string(100000, 'x') + "\ndhcpv6-snooping\n" + std::string("a\0b\n", 4));
     EXPECT_EQ(result.failed, 2u);
-    EXPECT_NE(err.find("line 1, \"" + std::string(64, 'x') + "...\": the line is too long: "), std::string::npos) << err;
-    EXPECT_NE(err.find("line 3, \"a\\x00b\": \"a\\x00b\" is not known here"), std::string::npos) << err;
+    EXPECT_NE(err.find("startup.conf:1: " + std::string(64, 'x') + "...: the line is too long: "), std::string::npos) << err;
+    EXPECT_NE(err.find("startup.conf:3: a\\x00b: \"a\\x00b\" is not known here"), std::string::npos) << err;
     EXPECT_EQ(calls(), (std::vector<uint32_t>{0}));
 }
 

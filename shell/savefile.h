@@ -1,0 +1,12 @@
+#pragma once
+// Replaces a file as a whole: whoever reads it, and whatever ends the writer, sees the old text or the new one.
+//
+// The text is written beside the file under a name of its own, brought to the disk, and then renamed. A writer that is killed
+// may leave that other file, ".NAME.xxxxxx", behind; nobody reads it. A symbolic link stays, and what it names is replaced.
+
+#include <string>
+#include <string_view>
+
+// The new file has mode 0640 and, where the caller may give it away, the owner and group of the former one. False and a
+// sentence when anything fails; the former file is then untouched, unless only the folder could not be brought to the disk.
+[[nodiscard]] bool saveFile(const std::string &path, std::string_view text, std::string *error);
