@@ -1,4 +1,4 @@
-// Binding table of the MIB: the rows behind it, and what managers read and test.
+// Binding table of the MIB: what managers read and test.
 
 #include "l2/dhcp6snooping/sourceguard/snmprows.h"
 #include "tests/unit/mib.h"
@@ -8,71 +8,9 @@
 namespace {
 
 struct MibBindingsTest : MibTest {};
-struct SnmpRowsTest : MibTest {};
 
 const uint32_t COLUMNS[] = {MIB_BIND_INDEX, MIB_BIND_ADDRESS, MIB_BIND_MAC, MIB_BIND_PORT, MIB_BIND_VLAN, MIB_BIND_ROW_STATUS};
 const Index NO_ROW[] = {{}, {0}, {241}, {0x80000000}, {0xFFFFFFFF}, {1, 0}, Index(32, 1)};
-
-// ---- The rows -----------------------------------------------------------------------------------------------------------
-
-TEST_F(SnmpRowsTest, TheFirstFreeRowFromTheGivenOneOn) {
-    EXPECT_EQ(addRow(5, A1, M1, 2, 10), 0);
-    EXPECT_EQ(addRow(5, A2), 0);
-    EXPECT_EQ(addRow(0, A3, M3, 28, 4094), 0);
-    EXPECT_EQ(rows(), (Lines{"0: " + A3 + " " + M3 + " port 28 vlan 4094", "5: " + A1 + " " + M1 + " port 2 vlan 10",
-                             "6: " + A2 + " " + NO_MAC + " port 0 vlan 0"}));
-}
-
-TEST_F(SnmpRowsTest, RowsBelowTheGivenOneAreNeverUsed) {
-    for (uint32_t row = 238; row < IP6_SNMP_ROWS; row++)
-        addRow(static_cast<int32_t>(row), A1);
-    const Lines before = rows();
-    EXPECT_EQ(addRow(238, A2), 0) << "nothing is recorded, and nobody is told";
-    EXPECT_EQ(rows(), before);
-    EXPECT_EQ(before.size(), 2u);
-}
-
-TEST_F(SnmpRowsTest, StartsOutsideTheTable) {
-    for (const int32_t first : {240, 241, INT32_MAX})
-        EXPECT_EQ(addRow(first, A1), 0);
-    EXPECT_EQ(rows(), Lines{});
-    for (const int32_t first : {-1, INT32_MIN})
-        EXPECT_EQ(addRow(first, A1), 0);
-    EXPECT_EQ(rows().size(), 2u);
-    EXPECT_EQ(ip6SourceGuardBindForSnmp[1].status, 1u) << "a start below 0 is 0";
-}
-
-TEST_F(SnmpRowsTest, AFullTableTakesNoMore) {
-    for (uint32_t row = 0; row < IP6_SNMP_ROWS; row++)
-        addRow(0, A1, M1, row, 0);
-    EXPECT_EQ(rows().size(), 240u);
-    EXPECT_EQ(addRow(0, A2), 0);
-    for (uint32_t row = 0; row < IP6_SNMP_ROWS; row++)
-        EXPECT_EQ(ip6SourceGuardBindForSnmp[row].port, row);
-}
-
-TEST_F(SnmpRowsTest, TheFirstRowWithTheAddressIsCleared) {
-    addRow(3, A1, M1, 1, 1);
-    addRow(7, A2, M2, 2, 2);
-    addRow(9, A1, M3, 3, 3);
-    ip6SourceGuardBindForSnmp[1].address = ip6(A1); // free, and yet it counts
-    EXPECT_EQ(ip6_source_guard_bind_for_snmp_delete(ip6(A1)), 0);
-    EXPECT_TRUE(isClear(ip6SourceGuardBindForSnmp[1]));
-    EXPECT_EQ(rows().size(), 3u);
-    EXPECT_EQ(ip6_source_guard_bind_for_snmp_delete(ip6SourceGuardBindForSnmp[3].address), 0);
-    EXPECT_TRUE(isClear(ip6SourceGuardBindForSnmp[3]));
-    EXPECT_EQ(rows().size(), 2u);
-    EXPECT_EQ(ip6_source_guard_bind_for_snmp_delete(ip6(A3)), -1);
-    EXPECT_EQ(rows().size(), 2u);
-}
-
-TEST_F(SnmpRowsTest, AllRowsAreCleared) {
-    for (const int32_t row : {0, 100, 239})
-        addRow(row, A1, M1, 1, 1);
-    EXPECT_EQ(ip6_source_guard_bind_for_snmp_delete_all(), 0);
-    for (const Ip6BindSnmpRow &row : ip6SourceGuardBindForSnmp)
-        EXPECT_TRUE(isClear(row));
-}
 
 // ---- Get ----------------------------------------------------------------------------------------------------------------
 
