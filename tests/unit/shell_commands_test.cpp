@@ -8,23 +8,8 @@
 
 namespace {
 
-class ShellCommands : public testing::Test {
+class ShellCommands : public FakeDaemonTest {
   protected:
-    FakeDaemon daemon;
-    Session session;
-
-    void start(FakeAnswer answer) {
-        fakeStart(&daemon, std::move(answer));
-        session = fakeSession(daemon);
-    }
-
-    void TearDown() override {
-        connectionClose(&session.connection);
-        if (daemon.thread.joinable()) {
-            fakeStop(&daemon);
-        }
-    }
-
     std::string show(const char *line, bool json = false) {
         session.json = json;
         EXPECT_EQ(sessionRun(&session, line), Outcome::done) << session.error;

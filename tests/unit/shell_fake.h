@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <gtest/gtest.h>
 #include <mutex>
 #include <span>
 #include <string>
@@ -80,3 +81,28 @@ std::string fakeHex(std::span<const uint8_t> bytes);
 
 // A session with the daemon, ended with it.
 Session fakeSession(const FakeDaemon &daemon);
+
+// A daemon, and a session with it, for one test.
+class FakeDaemonTest : public testing::Test {
+  protected:
+    FakeDaemon daemon;
+    Session session;
+
+    void start(FakeAnswer answer) {
+        fakeStart(&daemon, std::move(answer));
+        session = fakeSession(daemon);
+    }
+
+    void TearDown() override {
+        connectionClose(&session.connection);
+        if (daemon.thread.joinable()) {
+            fakeStop(&daemon);
+        }
+    }
+};
+
+// The same with the small switch, from the beginning.
+class FakeSwitchTest : public FakeDaemonTest {
+  protected:
+    void SetUp() override { start(fakeSwitch); }
+};

@@ -29,22 +29,14 @@ std::vector<std::string> namesIn(const fs::path &folder) {
     return names;
 }
 
-class ShellFiles : public testing::Test {
+class ShellFiles : public FakeSwitchTest {
   protected:
-    FakeDaemon daemon;
-    Session session;
     fs::path folder;
 
     void SetUp() override {
-        fakeStart(&daemon, fakeSwitch);
-        session = fakeSession(daemon);
+        FakeSwitchTest::SetUp();
         folder = fs::path(daemon.folder) / "files";
         fs::create_directory(folder);
-    }
-
-    void TearDown() override {
-        connectionClose(&session.connection);
-        fakeStop(&daemon);
     }
 
     std::string name(const char *file) { return (folder / file).string(); }

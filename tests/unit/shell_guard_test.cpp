@@ -25,21 +25,8 @@ Bytes bytesOf(const Ip6SourceGuardBindNode &binding) {
     return {bytes, bytes + sizeof binding};
 }
 
-class ShellGuard : public testing::Test {
+class ShellGuard : public FakeSwitchTest {
   protected:
-    FakeDaemon daemon;
-    Session session;
-
-    void SetUp() override {
-        fakeStart(&daemon, fakeSwitch);
-        session = fakeSession(daemon);
-    }
-
-    void TearDown() override {
-        connectionClose(&session.connection);
-        fakeStop(&daemon);
-    }
-
     std::string show(const char *line, bool json = false) {
         session.json = json;
         EXPECT_EQ(sessionRun(&session, line), Outcome::done) << session.error;

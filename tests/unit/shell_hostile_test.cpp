@@ -17,23 +17,7 @@
 
 namespace {
 
-class ShellHostile : public testing::Test {
-  protected:
-    FakeDaemon daemon;
-    Session session;
-
-    void start(FakeAnswer answer) {
-        fakeStart(&daemon, std::move(answer));
-        session = fakeSession(daemon);
-    }
-
-    void TearDown() override {
-        connectionClose(&session.connection);
-        if (daemon.thread.joinable()) {
-            fakeStop(&daemon);
-        }
-    }
-};
+class ShellHostile : public FakeDaemonTest {};
 
 // Puts a 32-bit number into a message.
 Bytes patched(Bytes message, size_t at, uint32_t word) {

@@ -11,21 +11,8 @@
 
 namespace {
 
-class ShellInformation : public testing::Test {
+class ShellInformation : public FakeSwitchTest {
   protected:
-    FakeDaemon daemon;
-    Session session;
-
-    void SetUp() override {
-        fakeStart(&daemon, fakeSwitch);
-        session = fakeSession(daemon);
-    }
-
-    void TearDown() override {
-        connectionClose(&session.connection);
-        fakeStop(&daemon);
-    }
-
     // What a line sends, behind the header.
     Bytes sent(const std::string &line) {
         EXPECT_EQ(sessionRun(&session, line), Outcome::done) << line << ": " << session.error;

@@ -10,21 +10,7 @@
 
 namespace {
 
-class ShellComplete : public testing::Test {
-  protected:
-    FakeDaemon daemon;
-    Session session;
-
-    void SetUp() override {
-        fakeStart(&daemon, fakeSwitch);
-        session = fakeSession(daemon);
-    }
-
-    void TearDown() override {
-        connectionClose(&session.connection);
-        fakeStop(&daemon);
-    }
-};
+class ShellComplete : public FakeSwitchTest {};
 
 TEST_F(ShellComplete, WordsAndWhatTheDaemonKnows) {
     const struct {

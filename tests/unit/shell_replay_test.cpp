@@ -7,22 +7,10 @@
 
 namespace {
 
-class ShellReplay : public testing::Test {
+class ShellReplay : public FakeSwitchTest {
   protected:
-    FakeDaemon daemon;
-    Session session;
     std::string out;
     std::string err;
-
-    void SetUp() override {
-        fakeStart(&daemon, fakeSwitch);
-        session = fakeSession(daemon);
-    }
-
-    void TearDown() override {
-        connectionClose(&session.connection);
-        fakeStop(&daemon);
-    }
 
     ReplayResult replay(std::string text, ReplayMode mode = ReplayMode::keepGoing) {
         FILE *in = fmemopen(text.data(), text.size(), "r");

@@ -13,23 +13,7 @@ namespace {
 
 constexpr size_t HEADER = sizeof(VosMsgHeader);
 
-class ShellRunning : public testing::Test {
-  protected:
-    FakeDaemon daemon;
-    Session session;
-
-    void start(FakeAnswer answer) {
-        fakeStart(&daemon, std::move(answer));
-        session = fakeSession(daemon);
-    }
-
-    void TearDown() override {
-        connectionClose(&session.connection);
-        if (daemon.thread.joinable()) {
-            fakeStop(&daemon);
-        }
-    }
-};
+class ShellRunning : public FakeDaemonTest {};
 
 Bytes page(std::initializer_list<uint32_t> head, std::string_view text) {
     Bytes bytes = fakeWords(head);

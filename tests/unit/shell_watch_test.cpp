@@ -10,21 +10,8 @@
 
 namespace {
 
-class ShellWatch : public testing::Test {
+class ShellWatch : public FakeSwitchTest {
   protected:
-    FakeDaemon daemon;
-    Session session;
-
-    void SetUp() override {
-        fakeStart(&daemon, fakeSwitch);
-        session = fakeSession(daemon);
-    }
-
-    void TearDown() override {
-        connectionClose(&session.connection);
-        fakeStop(&daemon);
-    }
-
     // What one watch writes.
     std::string watched(const char *line, uint32_t times, Outcome expected) {
         char *text = nullptr;
