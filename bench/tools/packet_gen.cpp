@@ -1,17 +1,17 @@
 // Sends one IPv6 packet many times and says how long that took: across veth and bridge the sender's own processor does all the
 // work up to the far end, so this is the cost of the way.
 //
-// packet_gen INTERFACE FRAMES HEX; HEX is the frame. Prints nanoseconds of wall time per frame.
+// packet_gen WHERE FRAMES HEX; WHERE as in packet_socket.h, HEX is the frame. Prints nanoseconds of wall time per frame.
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <linux/if_packet.h>
-#include <net/if.h>
 #include <string>
 #include <sys/socket.h>
 #include <vector>
+
+#include "bench/tools/packet_socket.h"
 
 namespace {
 
@@ -35,18 +35,11 @@ uint64_t now() {
 int main(int argc, char **argv) {
     const uint32_t frames = argc == 4 ? static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 10)) : 0;
     if (frames == 0) {
-        std::fprintf(stderr, "usage: packet_gen INTERFACE FRAMES HEX\n");
+        std::fprintf(stderr, "usage: packet_gen WHERE FRAMES HEX\n");
         return 2;
     }
     std::vector<uint8_t> frame = fromHex(argv[3]);
-    const int fd = socket(AF_PACKET, SOCK_RAW, 0);
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_ifindex = static_cast<int>(if_nametoindex(argv[1]));
-    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-        std::perror("packet_gen");
-        return 1;
-    }
+    const int fd = packetSocketOpen(argv[1], PacketSocketUse::Send);
     iovec piece = {.iov_base = frame.data(), .iov_len = frame.size()};
     std::array<mmsghdr, BATCH> messages{};
     for (mmsghdr &message : messages) {

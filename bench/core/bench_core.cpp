@@ -4,7 +4,7 @@
 #include <benchmark/benchmark.h>
 #include <ctime>
 
-#include "bench/load.h"
+#include "bench/core/load.h"
 #include "fuzz/platform/lean.h"
 #include "l2/dhcp6snooping/clients/aging.h"
 #include "l2/dhcp6snooping/clients/table.h"

@@ -1,12 +1,12 @@
 // Delivers a fixed number of messages of one kind and ends: run under an instruction counter with N and with 2N messages, the
-// difference is what N messages cost, whatever set-up costs. bench/instructions does that.
+// difference is what N messages cost, whatever set-up costs. bench/run does that.
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 
-#include "bench/load.h"
+#include "bench/core/load.h"
 #include "fuzz/platform/lean.h"
 #include "l2/dhcp6snooping/clients/aging.h"
 #include "l2/dhcp6snooping/clients/limits.h"
@@ -51,6 +51,8 @@ void addTemplate() {
 constexpr CountKind KINDS[] = {
     {"solicit-new", 0, LOAD_SOLICIT, false, nullptr},
     {"solicit-known", 1, LOAD_SOLICIT, true, nullptr},
+    {"request", 1, LOAD_REQUEST, true, nullptr},
+    {"advertise", 1, LOAD_ADVERTISE, true, nullptr},
     {"reply-new", 1, LOAD_REPLY, false, nullptr},
     {"reply-renewal", 2, LOAD_REPLY, true, nullptr},
     {"release", 2, LOAD_RELEASE, false, nullptr},
@@ -58,6 +60,7 @@ constexpr CountKind KINDS[] = {
     {"solicit-18-37", 1, LOAD_SOLICIT, true, addBoth},
     {"solicit-template", 1, LOAD_SOLICIT, true, addTemplate},
     {"solicit-relayed", 1, LOAD_SOLICIT, true, addAndRelay},
+    {"reply-unwrapped", 2, LOAD_RELAY_REPLY, false, addAndRelay},
 };
 
 const CountKind *kindOf(const char *name) {

@@ -10,7 +10,10 @@ enum LoadKind : uint32_t {
     LOAD_SOLICIT = 0,
     LOAD_REPLY = 1,   // one address and one prefix
     LOAD_RELEASE = 2, // of both
-    LOAD_KINDS = 3,
+    LOAD_REQUEST = 3, // for both
+    LOAD_ADVERTISE = 4,
+    LOAD_RELAY_REPLY = 5, // around the REPLY; unwrapped in place, so that a second delivery finds a bare REPLY
+    LOAD_KINDS = 6,
 };
 
 // Starts the core: snooping on, port 4 trusted, tracing off, no clients.

@@ -1,4 +1,4 @@
-#include "bench/load.h"
+#include "bench/core/load.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -49,6 +49,7 @@ LoadFrame place(const FramePlan *plan, const FrameMessage *message) {
 
 void buildClient(uint32_t client, uint32_t leases) {
     static FrameMessage message;
+    static FrameMessage wrapped;
     std::vector<FrameLease> held(leases + 1);
     for (uint32_t i = 0; i <= leases; i++) {
         const uint8_t address[16] = {0x20,
@@ -79,9 +80,17 @@ void buildClient(uint32_t client, uint32_t leases) {
     frames[LOAD_SOLICIT].push_back(place(&toServer, &message));
     frameLeaseMessage(&message, DHCP6_REPLY, toServer.source, held);
     frames[LOAD_REPLY].push_back(place(&toClient, &message));
+    frameRelayReply(&wrapped, &message);
+    frames[LOAD_RELAY_REPLY].push_back(place(&toClient, &wrapped));
+    frameLeaseMessage(&message, DHCP6_ADVERTISE, toServer.source, held);
+    frames[LOAD_ADVERTISE].push_back(place(&toClient, &message));
+    frameLeaseMessage(&message, DHCP6_REQUEST, toServer.source, held);
+    frames[LOAD_REQUEST].push_back(place(&toServer, &message));
     frameLeaseMessage(&message, DHCP6_RELEASE, toServer.source, held);
     frames[LOAD_RELEASE].push_back(place(&toServer, &message));
 }
+
+bool fromServer(LoadKind kind) { return kind == LOAD_REPLY || kind == LOAD_ADVERTISE || kind == LOAD_RELAY_REPLY; }
 
 } // namespace
 
@@ -108,7 +117,7 @@ void loadDeliver(LoadKind kind, uint32_t client) {
     LoadFrame *frame = &frames[kind][client];
     SmdPktRecvInfo info{};
     info.vlan = 1;
-    info.port = kind == LOAD_REPLY ? SERVER_PORT : clientPort(client);
+    info.port = fromServer(kind) ? SERVER_PORT : clientPort(client);
     SmdPktCtl ctl{};
     ctl.payloadOffset = static_cast<uint16_t>(frame->offset);
     leanSwitch.receive(reinterpret_cast<uint8_t *>(frame->memory.data()) + SMD_FRAME_ALIGN, frame->length, &info, &ctl);
