@@ -7,7 +7,7 @@ a later turn), and a broadcast that the bridge forwards. When the markers are ou
 import itertools
 import os
 
-from . import frames
+from . import frames, wire
 
 MARKER = b"\x02\xfe\xed"
 _numbers = itertools.count(1)
@@ -21,29 +21,34 @@ def is_marker(frame):
     return frame[6:9] == MARKER
 
 
-def _seen(switch, ports, mac):
+def _ports(place):
+    """The ports of a place, which is a port, or a tuple of them: the members of a bond, out of one of which a frame goes."""
+    return place if isinstance(place, tuple) else (place,)
+
+
+def _seen(switch, places, mac):
     source = frames.mac_bytes(mac)
-    for port in ports:
-        wire = switch.wire(port)
-        wire.until(lambda: any(frame[6:12] == source for frame in wire.seen))
-        if not any(frame[6:12] == source for frame in wire.seen):
-            raise AssertionError(f"the marker did not come out of port {port}")
+    for place in places:
+        if not wire.any_until([switch.wire(port) for port in _ports(place)], lambda frame: frame[6:12] == source):
+            raise AssertionError(f"the marker did not come out of port {place}")
 
 
-def settle(switch, port, trusted):
-    """Returns when everything that was sent into the port has come out where it comes out."""
+def settle(switch, port, trusted, tags=(), members=None):
+    """Returns when everything that was sent into the port has come out where it comes out. The markers carry the tags and reach
+    the members, all ports by default. Trusted ports and members are places."""
+    others = [place for place in members or switch.ports if port not in _ports(place)]
     if trusted:
         for _ in range(2):
             mac = _marker_mac()
-            if port in trusted:
-                switch.wire(port).send(frames.from_server(frames.RECONFIGURE, "33:33:ff:fe:ed:01", server=mac))
-                _seen(switch, [other for other in switch.ports if other != port], mac)
+            if any(port in _ports(place) for place in trusted):
+                switch.wire(port).send(frames.from_server(frames.RECONFIGURE, "33:33:ff:fe:ed:01", tags=tags, server=mac))
+                _seen(switch, others, mac)
             else:
-                switch.wire(port).send(frames.from_client(frames.INFORMATION_REQUEST, mac))
+                switch.wire(port).send(frames.from_client(frames.INFORMATION_REQUEST, mac, tags=tags))
                 _seen(switch, trusted, mac)
     mac = _marker_mac()
-    switch.wire(port).send(frames.ethernet("ff:ff:ff:ff:ff:ff", mac, bytes(46), frames.ETH_MARKER))
-    _seen(switch, [other for other in switch.ports if other != port], mac)
+    switch.wire(port).send(frames.ethernet("ff:ff:ff:ff:ff:ff", mac, bytes(46), frames.ETH_MARKER, tags))
+    _seen(switch, others, mac)
 
 
 def listen(switch):
@@ -61,15 +66,16 @@ def heard(switch):
     return found
 
 
-def sent(switch, port, *sending, trusted=(4,)):
+def sent(switch, port, *sending, trusted=(4,), marker=None):
     """Sends the frames into the port and returns what came out, by port. `trusted` are the ports behind which the daemon looks
-    for servers; empty when no daemon forwards anything."""
+    for servers; empty when no daemon forwards anything. `marker` are the arguments of `settle` where VLANs keep the ports
+    apart."""
     listen(switch)
     everywhere = os.sched_getaffinity(0)
     os.sched_setaffinity(0, {min(everywhere)})  # what is sent on one processor stays in order
     try:
         switch.wire(port).send(*sending)
-        settle(switch, port, trusted)
+        settle(switch, *(marker or (port, trusted)))
     finally:
         os.sched_setaffinity(0, everywhere)
     return heard(switch)

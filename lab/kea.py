@@ -22,6 +22,15 @@ def whole_link(prefix, delegated):
     }]}  # fmt: skip
 
 
+def by_interface(prefixes):
+    """A subnet for the link of each interface."""
+    return {"subnet6": [{
+        "subnet": f"{prefix}/64", "id": number, "interface": interface,
+        "pools": [{"pool": f"{prefix}1000 - {prefix}1fff"}],
+        "pd-pools": [{"prefix": f"2001:db8:{number:x}00::", "prefix-len": 40, "delegated-len": 56}],
+    } for number, (interface, prefix) in enumerate(prefixes.items(), 1)]}  # fmt: skip
+
+
 def by_interface_id(prefixes):
     """A subnet for each Interface-Id (bytes) of the relay next to the client. A class looks for it: the `interface-id` of a
     subnet counts for this server only where the relay names its link's address, and a layer-2 relay has none."""
@@ -40,7 +49,7 @@ def configuration(subnets, valid, preferred, renew, rebind, preference):
     data = [{"name": "preference", "data": str(preference), "always-send": True}] if preference else []
     return {
         "Dhcp6": {
-            "interfaces-config": {"interfaces": ["eth0"]},
+            "interfaces-config": {"interfaces": sorted({subnet["interface"] for subnet in subnets["subnet6"]})},
             "lease-database": {"type": "memfile", "persist": True, "lfc-interval": 0, "name": "/var/lib/kea/kea-leases6.csv"},
             "server-id": {"type": "LLT", "persist": False},
             "valid-lifetime": valid, "min-valid-lifetime": valid, "max-valid-lifetime": valid,

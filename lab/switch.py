@@ -74,14 +74,14 @@ class Switch:
         """The MAC address of the host behind a port."""
         return netns.run(self.host(port), "ip", "-br", "link", "show", "eth0").split()[2]
 
-    def speak(self, port):
+    def speak(self, port, interface="eth0"):
         """Gives the host behind a port its IPv6 stack: a link-local address at once, without duplicate address detection."""
         name = self.host(port)
-        netns.sysctl(name, "net.ipv6.conf.eth0.accept_ra", 0)
-        netns.sysctl(name, "net.ipv6.conf.eth0.addr_gen_mode", 0)  # a client may have left it at another mode
-        netns.sysctl(name, "net.ipv6.conf.eth0.disable_ipv6", 0)
+        netns.sysctl(name, f"net.ipv6.conf.{interface}.accept_ra", 0)
+        netns.sysctl(name, f"net.ipv6.conf.{interface}.addr_gen_mode", 0)  # a client may have left it at another mode
+        netns.sysctl(name, f"net.ipv6.conf.{interface}.disable_ipv6", 0)
         end = time.monotonic() + TIMEOUT
-        while "inet6 fe80:" not in netns.run(name, "ip", "-6", "addr", "show", "dev", "eth0", "-tentative"):
+        while "inet6 fe80:" not in netns.run(name, "ip", "-6", "addr", "show", "dev", interface, "-tentative"):
             if time.monotonic() > end:
                 raise AssertionError(f"the host behind port {port} has no usable link-local address")
             time.sleep(0.002)

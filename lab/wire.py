@@ -84,3 +84,16 @@ class Wire:
         self._take()
         taken, self.seen, self.unfinished = self.seen, [], 0
         return taken
+
+
+def any_until(wires, wanted, timeout=TIMEOUT):
+    """Captures on all of the wires until one of them has seen a frame that is wanted. False when the time is up."""
+    end = time.monotonic() + timeout
+    while True:
+        for wire in wires:
+            wire.until(lambda: True)
+        if any(wanted(frame) for wire in wires for frame in wire.seen):
+            return True
+        if (left := end - time.monotonic()) <= 0:
+            return False
+        select.select([wire.socket for wire in wires], [], [], left)

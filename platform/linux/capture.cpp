@@ -1,6 +1,7 @@
 #include "platform/linux/capture.h"
 
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 
@@ -30,19 +31,23 @@ constexpr uint16_t DHCPV6_PORTS[] = {546, 547}; // the trap's rules know these
 
 struct alignas(64) Slot {
     uint8_t bytes[SLOT_BYTES];
-    alignas(8) uint8_t control[CMSG_SPACE(sizeof(tpacket_auxdata))];
+};
+
+// Apart from the slots: side by side they share a few pages, where each slot has two of its own.
+struct alignas(8) Control {
+    uint8_t bytes[CMSG_SPACE(sizeof(tpacket_auxdata))];
 };
 
 struct Socket {
     int fd;
     uint32_t ifindex; // that it is bound to; 0 while there is no socket
     uint32_t refused; // interface that no socket could be opened on: said once, tried at every change
-    bool ready;       // may have frames
     event *readable;
     uint64_t lost;
 };
 
 std::array<Slot, LINUX_FRAMES_A_TURN> slots;
+std::array<Control, LINUX_FRAMES_A_TURN> controls;
 std::array<iovec, LINUX_FRAMES_A_TURN> pieces;
 std::array<mmsghdr, LINUX_FRAMES_A_TURN> messages;
 std::array<Socket, LINUX_PORTS_MAX> sockets;
@@ -50,7 +55,9 @@ std::array<LinuxCapture, LINUX_CAPTURES_MAX> captures;
 std::array<uint16_t, LINUX_CAPTURES_MAX> wantedPorts; // of the captures that are to be delivered
 uint32_t captureCount;
 uint32_t wantedCount;
-uint32_t firstPort; // whose turn it is to be first
+uint32_t readyPorts; // bit 1 << port index: it may have frames
+uint32_t firstPort;  // whose turn it is to be first
+static_assert(LINUX_PORTS_MAX <= 32);
 event *turnEvent;
 bool inTurn;
 
@@ -76,26 +83,16 @@ LinuxRawFrame readRaw(Slot *slot, mmsghdr *message) {
     return raw;
 }
 
-void prepare(uint32_t i) {
-    messages[i].msg_hdr.msg_iovlen = 1;
-    messages[i].msg_hdr.msg_control = slots[i].control;
-    messages[i].msg_hdr.msg_controllen = sizeof slots[i].control;
-    messages[i].msg_hdr.msg_flags = 0;
-}
-
 // Takes up to `limit` frames of one port and delivers them. Returns how many there were.
 uint32_t receive(uint32_t port0, uint32_t limit) {
-    Socket *from = &sockets[port0];
-    for (uint32_t i = 0; i < limit; i++) {
-        prepare(i);
+    int n = recvmmsg(sockets[port0].fd, messages.data(), limit, MSG_DONTWAIT, nullptr);
+    uint32_t count = n > 0 ? static_cast<uint32_t>(n) : 0; // none when the interface went down, which the notification tells
+    if (count < limit) {
+        readyPorts &= ~(1u << port0);
     }
-    int n = recvmmsg(from->fd, messages.data(), limit, MSG_DONTWAIT, nullptr);
-    if (n <= 0) { // nothing, or the interface went down, which the notification tells
-        from->ready = false;
+    if (count == 0) {
         return 0;
     }
-    uint32_t count = static_cast<uint32_t>(n);
-    from->ready = count == limit;
     uint32_t link = linuxBridgeLink(port0);
     LinuxIngress ingress = {.port0 = port0,
                             .link = link,
@@ -105,11 +102,12 @@ uint32_t receive(uint32_t port0, uint32_t limit) {
                             .ports = {wantedPorts.data(), wantedCount}};
     linuxCounters[port0].received += count;
     for (uint32_t i = 0; i < count; i++) {
+        LinuxRawFrame raw = readRaw(&slots[i], &messages[i]);
+        messages[i].msg_hdr.msg_controllen = sizeof controls[i].bytes; // the kernel left the length that it used
         if ((messages[i].msg_hdr.msg_flags & MSG_TRUNC) != 0) {
             linuxCounters[port0].dropOversize++;
             continue;
         }
-        LinuxRawFrame raw = readRaw(&slots[i], &messages[i]);
         linuxDeliver(ingress, &raw);
     }
     return count;
@@ -118,30 +116,26 @@ uint32_t receive(uint32_t port0, uint32_t limit) {
 // One turn: frames of all ready ports, each its share first and then what the others left, and what was sent meanwhile.
 void turn(evutil_socket_t, short, void *) {
     inTurn = true;
-    uint32_t ready = 0;
-    for (const Socket &socket : sockets) {
-        ready += socket.ready ? 1 : 0;
-    }
+    linuxTurnBegin();
     uint32_t left = LINUX_FRAMES_A_TURN;
-    for (uint32_t pass = 0; pass < 2 && ready != 0; pass++) {
+    for (uint32_t pass = 0; pass < 2 && readyPorts != 0; pass++) {
+        uint32_t ready = static_cast<uint32_t>(std::popcount(readyPorts));
         uint32_t share = pass == 0 ? LINUX_FRAMES_A_TURN / ready : LINUX_FRAMES_A_TURN;
-        for (uint32_t i = 0; i < LINUX_PORTS_MAX && left != 0; i++) {
-            uint32_t port0 = (firstPort + i) % LINUX_PORTS_MAX;
-            if (sockets[port0].ready) {
-                left -= receive(port0, share < left ? share : left);
-            }
+        uint64_t inOrder = (readyPorts | static_cast<uint64_t>(readyPorts) << LINUX_PORTS_MAX) >> firstPort;
+        for (uint64_t todo = inOrder & ((1u << LINUX_PORTS_MAX) - 1); todo != 0 && left != 0; todo &= todo - 1) {
+            uint32_t port0 = (firstPort + static_cast<uint32_t>(std::countr_zero(todo))) % LINUX_PORTS_MAX;
+            left -= receive(port0, share < left ? share : left);
         }
     }
     firstPort = (firstPort + 1) % LINUX_PORTS_MAX;
-    for (Socket &socket : sockets) {
-        socket.ready = false; // the loop says again who has frames
-    }
+    readyPorts = 0; // the loop says again who has frames
     linuxSendFlush();
+    linuxTurnEnd();
     inTurn = false;
 }
 
 void onReadable(evutil_socket_t, short, void *user) {
-    static_cast<Socket *>(user)->ready = true;
+    readyPorts |= 1u << (static_cast<Socket *>(user) - sockets.data());
     event_active(turnEvent, 0, 0);
 }
 
@@ -187,7 +181,7 @@ void closeSocket(uint32_t port0) {
     close(closed->fd);
     closed->readable = nullptr;
     closed->ifindex = 0;
-    closed->ready = false;
+    readyPorts &= ~(1u << port0);
 }
 
 int32_t attachAll(std::span<const uint16_t> ports) {
@@ -322,6 +316,9 @@ void linuxCaptureInit() {
     for (uint32_t i = 0; i < LINUX_FRAMES_A_TURN; i++) {
         pieces[i] = {.iov_base = slots[i].bytes + RAW_OFFSET, .iov_len = RECEIVE_MAX};
         messages[i].msg_hdr.msg_iov = &pieces[i];
+        messages[i].msg_hdr.msg_iovlen = 1;
+        messages[i].msg_hdr.msg_control = controls[i].bytes;
+        messages[i].msg_hdr.msg_controllen = sizeof controls[i].bytes;
     }
     turnEvent = event_new(linuxLoopBase(), -1, 0, turn, nullptr);
     if (turnEvent == nullptr) {

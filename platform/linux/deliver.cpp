@@ -139,6 +139,10 @@ void linuxDeliver(const LinuxIngress &ingress, LinuxRawFrame *raw) {
         counters->dropVlan++;
         return;
     }
+    if (!linuxVlanForwards(ingress.link, tagged.vlan)) {
+        counters->dropState++;
+        return;
+    }
     if (tagged.length > SMD_FRAME_MAX) {
         counters->dropOversize++;
         return;

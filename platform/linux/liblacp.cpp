@@ -4,6 +4,20 @@
 
 #include "platform/linux/ports.h"
 
+// Whether any port is in a trunk, kept until an interface changes: most switches have none, and every message asks.
+static bool hasTrunks() {
+    static uint32_t change;
+    static bool has;
+    if (change != linuxPortsChange) {
+        change = linuxPortsChange;
+        has = false;
+        for (uint32_t p = 0; p < linuxSwitch.portMax; p++) {
+            has = has || linuxPortTrunk(p) != LINUX_NO_TRUNK;
+        }
+    }
+    return has;
+}
+
 extern "C" {
 
 int32_t lac_get_channel_ag(uint16_t trunk, uint32_t *port0) {
@@ -22,6 +36,10 @@ int32_t lac_ap_2_ag_hi_hi_excpt_cur(const SmdPortList *list, SmdPortList *out, u
         return -1;
     }
     memset(out, 0, sizeof *out);
+    if (!hasTrunks()) {
+        memcpy(out->bits, list->bits, (linuxSwitch.portMax + 7) / 8);
+        return 0;
+    }
     uint32_t own = linuxPortTrunk(port0);
     for (uint32_t p = 0; p < linuxSwitch.portMax; p++) {
         if ((list->bits[p / 8] & (0x80u >> (p % 8))) == 0) {

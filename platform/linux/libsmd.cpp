@@ -11,6 +11,7 @@
 #include "platform/linux/capture.h"
 #include "platform/linux/links.h"
 #include "platform/linux/loop.h"
+#include "platform/linux/maccache.h"
 #include "platform/linux/netlink.h"
 #include "platform/linux/nfttable.h"
 #include "platform/linux/ports.h"
@@ -72,6 +73,7 @@ void takeSwitch() {
     linuxCaptureInit();
     linuxPortsStart();
     linuxNetlinkWatch();
+    linuxMacCacheOpen();
     linuxStatusInit();
 }
 

@@ -121,10 +121,24 @@ int32_t vosTimerRegister(uint32_t mode, uint32_t periodMs, int32_t (*cb)(uint32_
     return 0;
 }
 
+static bool inTurn;
+static uint32_t turnSeconds; // the clock in a turn; 0 until somebody asks
+
+void linuxTurnBegin() {
+    inTurn = true;
+    turnSeconds = 0;
+}
+
+void linuxTurnEnd() { inTurn = false; }
+
 uint32_t vosUpSeconds(void) {
+    if (inTurn && turnSeconds != 0) {
+        return turnSeconds;
+    }
     timespec now = {};
     clock_gettime(CLOCK_BOOTTIME, &now);
-    return static_cast<uint32_t>(now.tv_sec);
+    turnSeconds = static_cast<uint32_t>(now.tv_sec);
+    return turnSeconds;
 }
 
 // ---- Texts ---------------------------------------------------------------------------------------------------------

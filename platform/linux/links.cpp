@@ -1,12 +1,12 @@
 #include "platform/linux/links.h"
 
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 
 #include <libmnl/libmnl.h>
 #include <linux/if.h>
+#include <linux/if_bonding.h>
 #include <linux/if_bridge.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
@@ -16,6 +16,7 @@
 #include "platform/linux/loop.h"
 #include "platform/linux/netlink.h"
 #include "platform/linux/ports.h"
+#include "platform/linux/trunks.h"
 #include "platform/linux/vlans.h"
 
 namespace {
@@ -26,6 +27,7 @@ uint32_t readings; // full readings so far
 bool reading;      // one is going on
 bool vlansStale;   // a notification about VLANs did not carry them
 bool bridgeIsBridge;
+uint32_t defaultVlan; // of the bridge
 
 // The attributes of an interface that matter here, as pointers into the message; null where absent.
 struct Attributes {
@@ -54,15 +56,20 @@ uint32_t number32(const nlattr *attribute) {
     return mnl_attr_validate(attribute, MNL_TYPE_U32) < 0 ? 0 : mnl_attr_get_u32(attribute);
 }
 
-// A u8 attribute of a nest, or `otherwise` when it is not there.
-uint32_t nestedU8(const nlattr *nest, uint16_t type, uint32_t otherwise) {
+// An attribute of a nest, or null when it is not there or of another length.
+const nlattr *nested(const nlattr *nest, uint16_t type, mnl_attr_data_type length) {
     LinuxAttributes list = linuxAttributesIn(nest);
     while (const nlattr *attribute = linuxAttributeNext(&list)) {
-        if (mnl_attr_get_type(attribute) == type && mnl_attr_validate(attribute, MNL_TYPE_U8) >= 0) {
-            return mnl_attr_get_u8(attribute);
+        if (mnl_attr_get_type(attribute) == type && mnl_attr_validate(attribute, length) >= 0) {
+            return attribute;
         }
     }
-    return otherwise;
+    return nullptr;
+}
+
+uint32_t nestedU8(const nlattr *nest, uint16_t type, uint32_t otherwise) {
+    const nlattr *attribute = nested(nest, type, MNL_TYPE_U8);
+    return attribute != nullptr ? mnl_attr_get_u8(attribute) : otherwise;
 }
 
 Attributes readAttributes(const nlmsghdr *message) {
@@ -108,6 +115,8 @@ void forget(LinuxLink *link) {
     link->running = 0;
     link->stpState = BR_STATE_DISABLED;
     link->backup = 0;
+    link->activeMember = 0;
+    link->hearsAll = 0;
     linuxVlansClear(link);
 }
 
@@ -123,34 +132,14 @@ void gone(uint32_t index) {
     }
 }
 
-// The trunk id of a bond: from the switch file, or the digits at the end of its name.
-uint32_t trunkId(const char *name) {
-    for (const LinuxTrunkConfig &trunk : linuxSwitch.trunks) {
-        if (trunk.interface[0] != 0 && strcmp(trunk.interface, name) == 0) {
-            return trunk.id;
-        }
-    }
-    const char *end = name + strlen(name);
-    const char *digits = end;
-    while (digits > name && digits[-1] >= '0' && digits[-1] <= '9') {
-        digits--;
-    }
-    uint32_t id = LINUX_NO_TRUNK;
-    std::from_chars_result result = std::from_chars(digits, end, id);
-    return result.ec == std::errc{} && id <= 65534 ? id : LINUX_NO_TRUNK;
-}
-
 // A free place for a bond that is seen for the first time, or LINUX_NO_LINK.
 uint32_t placeBond(const char *name) {
     for (uint32_t i = LINUX_LINK_BOND0; i < LINUX_LINK_BRIDGE; i++) {
         if (linuxLinks[i].name[0] != 0) {
             continue;
         }
+        linuxLinks[i].trunk = linuxTrunkId(name);
         snprintf(linuxLinks[i].name, sizeof linuxLinks[i].name, "%s", name);
-        linuxLinks[i].trunk = trunkId(name);
-        if (linuxLinks[i].trunk == LINUX_NO_TRUNK) {
-            linuxLog("bond %s has no number at the end of its name and no [[trunk]] in the switch file: it is no trunk", name);
-        }
         return i;
     }
     linuxLog("bond %s is one too many: at most %u are followed", name, LINUX_BONDS_MAX);
@@ -167,22 +156,37 @@ uint32_t placeOf(const char *name, const char *kind) {
     return strcmp(kind, "bond") == 0 ? placeBond(name) : LINUX_NO_LINK;
 }
 
+// Another default VLAN makes it the native one of all ports that had the old one; the kernel tells of the bridge only.
+void readDefaultVlan(const nlattr *data) {
+    const nlattr *attribute = nested(data, IFLA_BR_VLAN_DEFAULT_PVID, MNL_TYPE_U16);
+    const uint32_t vlan = attribute != nullptr ? mnl_attr_get_u16(attribute) : 0;
+    vlansStale = vlansStale || (!reading && vlan != defaultVlan);
+    defaultVlan = vlan;
+}
+
 void readBridge(const Attributes &attributes, const Kind &kind) {
     bridgeIsBridge = strcmp(kind.kind, "bridge") == 0;
     linuxBridge.vlanFiltering = 0;
     linuxBridge.vlanTpid = LINUX_TPID_8021Q;
     if (bridgeIsBridge && kind.data != nullptr) {
         linuxBridge.vlanFiltering = nestedU8(kind.data, IFLA_BR_VLAN_FILTERING, 0);
-        LinuxAttributes list = linuxAttributesIn(kind.data);
-        while (const nlattr *attribute = linuxAttributeNext(&list)) {
-            if (mnl_attr_get_type(attribute) == IFLA_BR_VLAN_PROTOCOL && mnl_attr_validate(attribute, MNL_TYPE_U16) >= 0) {
-                linuxBridge.vlanTpid = linuxBe16(static_cast<const uint8_t *>(mnl_attr_get_payload(attribute)));
-            }
+        if (const nlattr *protocol = nested(kind.data, IFLA_BR_VLAN_PROTOCOL, MNL_TYPE_U16)) {
+            linuxBridge.vlanTpid = linuxBe16(static_cast<const uint8_t *>(mnl_attr_get_payload(protocol)));
         }
+        readDefaultVlan(kind.data);
     }
     if (attributes.address != nullptr && mnl_attr_get_payload_len(attributes.address) == sizeof linuxBridge.mac) {
         memcpy(linuxBridge.mac, mnl_attr_get_payload(attributes.address), sizeof linuxBridge.mac);
     }
+}
+
+// In the other modes with one active member, the members tell themselves, and sooner.
+void readBond(const nlattr *data, LinuxLink *link) {
+    const uint32_t mode = nestedU8(data, IFLA_BOND_MODE, BOND_MODE_ROUNDROBIN);
+    const bool byLoad = mode == BOND_MODE_TLB || mode == BOND_MODE_ALB;
+    const nlattr *active = nested(data, IFLA_BOND_ACTIVE_SLAVE, MNL_TYPE_U32);
+    link->activeMember = byLoad && active != nullptr ? mnl_attr_get_u32(active) : 0;
+    link->hearsAll = nestedU8(data, IFLA_BOND_ALL_SLAVES_ACTIVE, 0);
 }
 
 // Logs what people look for when a port does not work: it is not there, or not in the bridge. Not in the middle of a full
@@ -228,6 +232,8 @@ void applyInterface(const ifinfomsg *info, const Attributes &attributes) {
     }
     if (index == LINUX_LINK_BRIDGE) {
         readBridge(attributes, kind);
+    } else if (index >= LINUX_LINK_BOND0 && kind.data != nullptr) {
+        readBond(kind.data, link);
     }
     logPort(index, wasIfindex, wasMaster);
 }
@@ -279,9 +285,25 @@ int32_t ask(uint8_t family, uint32_t filter) {
     return linuxNetlinkAsk(&question, linuxLinksApply, nullptr);
 }
 
+// A kernel that does not filter VLANs has no states of them.
+int32_t askVlanStates() {
+    LinuxNetlinkQuestion question{};
+    nlmsghdr *message = mnl_nlmsg_put_header(question.bytes);
+    message->nlmsg_type = RTM_GETVLAN;
+    message->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    static_cast<br_vlan_msg *>(mnl_nlmsg_put_extra_header(message, sizeof(br_vlan_msg)))->family = AF_BRIDGE;
+    const int32_t error = linuxNetlinkAsk(&question, linuxLinksApply, nullptr);
+    return error == -EOPNOTSUPP ? 0 : error;
+}
+
 } // namespace
 
 int linuxLinksApply(const nlmsghdr *message, void *) {
+    if (message->nlmsg_type == RTM_NEWVLAN || message->nlmsg_type == RTM_DELVLAN) {
+        linuxVlansApplyStates(message);
+        linuxPortsSettle();
+        return MNL_CB_OK;
+    }
     if ((message->nlmsg_type != RTM_NEWLINK && message->nlmsg_type != RTM_DELLINK) ||
         mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) {
         return MNL_CB_OK;
@@ -310,6 +332,9 @@ int32_t linuxLinksRead() {
         error = ask(AF_UNSPEC, RTEXT_FILTER_SKIP_STATS);
         if (error == 0) {
             error = ask(AF_BRIDGE, RTEXT_FILTER_BRVLAN_COMPRESSED);
+        }
+        if (error == 0) {
+            error = askVlanStates();
         }
     }
     reading = false;

@@ -15,6 +15,10 @@ void linuxAtStop(void (*undo)());
 // Says one sentence on standard error, undoes what linuxAtStop registered and ends the process with status 1.
 [[noreturn]] void linuxFatal(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
+// A turn of frames: between these two calls the clock of vosUpSeconds stands still and is read once, not for every frame.
+void linuxTurnBegin();
+void linuxTurnEnd();
+
 // One line of the platform's own to the log. printf's rules, no line end.
 void linuxLog(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 

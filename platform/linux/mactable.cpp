@@ -9,21 +9,13 @@
 #include <sys/socket.h>
 
 #include "platform/libsmd.h"
+#include "platform/linux/maccache.h"
 #include "platform/linux/netlink.h"
 #include "platform/linux/ports.h"
 
 namespace {
 
 constexpr uint32_t MAC_LENGTH = 6;
-
-struct Entry {
-    bool found;
-    uint32_t ifindex;
-    uint32_t bridge;
-    uint16_t vlan;
-    uint8_t mac[MAC_LENGTH];
-    bool local; // the switch's own address
-};
 
 struct Listing {
     uint32_t skip;
@@ -33,41 +25,8 @@ struct Listing {
     bool more;
 };
 
-Entry readEntry(const nlmsghdr *message) {
-    Entry entry{};
-    if (message->nlmsg_type != RTM_NEWNEIGH || mnl_nlmsg_get_payload_len(message) < sizeof(ndmsg)) {
-        return entry;
-    }
-    const ndmsg *header = static_cast<const ndmsg *>(mnl_nlmsg_get_payload(message));
-    entry.ifindex = static_cast<uint32_t>(header->ndm_ifindex);
-    entry.local = (header->ndm_state & NUD_PERMANENT) != 0;
-    LinuxAttributes list = linuxAttributesOf(message, sizeof(ndmsg));
-    while (const nlattr *attribute = linuxAttributeNext(&list)) {
-        switch (mnl_attr_get_type(attribute)) {
-        case NDA_LLADDR:
-            if (mnl_attr_get_payload_len(attribute) == MAC_LENGTH) {
-                memcpy(entry.mac, mnl_attr_get_payload(attribute), MAC_LENGTH);
-                entry.found = true;
-            }
-            break;
-        case NDA_VLAN:
-            if (mnl_attr_validate(attribute, MNL_TYPE_U16) >= 0) {
-                entry.vlan = mnl_attr_get_u16(attribute);
-            }
-            break;
-        case NDA_MASTER:
-            if (mnl_attr_validate(attribute, MNL_TYPE_U32) >= 0) {
-                entry.bridge = mnl_attr_get_u32(attribute);
-            }
-            break;
-        default: break;
-        }
-    }
-    return entry;
-}
-
 int takeEntry(const nlmsghdr *message, void *user) {
-    *static_cast<Entry *>(user) = readEntry(message);
+    *static_cast<LinuxMacEntry *>(user) = linuxMacEntryRead(message);
     return MNL_CB_OK;
 }
 
@@ -88,7 +47,7 @@ uint32_t portOf(uint32_t ifindex, uint32_t *trunk) {
 
 int listEntry(const nlmsghdr *message, void *user) {
     Listing *listing = static_cast<Listing *>(user);
-    Entry entry = readEntry(message);
+    LinuxMacEntry entry = linuxMacEntryRead(message);
     if (!entry.found || entry.bridge != linuxLinks[LINUX_LINK_BRIDGE].ifindex) {
         return MNL_CB_OK;
     }
@@ -120,6 +79,40 @@ nlmsghdr *question(LinuxNetlinkQuestion *room, uint16_t flags) {
 
 } // namespace
 
+LinuxMacEntry linuxMacEntryRead(const nlmsghdr *message) {
+    LinuxMacEntry entry{};
+    const ndmsg *header = static_cast<const ndmsg *>(mnl_nlmsg_get_payload(message));
+    bool known = message->nlmsg_type == RTM_NEWNEIGH || message->nlmsg_type == RTM_DELNEIGH;
+    if (!known || mnl_nlmsg_get_payload_len(message) < sizeof(ndmsg) || header->ndm_family != AF_BRIDGE) {
+        return entry;
+    }
+    entry.ifindex = static_cast<uint32_t>(header->ndm_ifindex);
+    entry.local = (header->ndm_state & NUD_PERMANENT) != 0;
+    LinuxAttributes list = linuxAttributesOf(message, sizeof(ndmsg));
+    while (const nlattr *attribute = linuxAttributeNext(&list)) {
+        switch (mnl_attr_get_type(attribute)) {
+        case NDA_LLADDR:
+            if (mnl_attr_get_payload_len(attribute) == MAC_LENGTH) {
+                memcpy(entry.mac, mnl_attr_get_payload(attribute), MAC_LENGTH);
+                entry.found = true;
+            }
+            break;
+        case NDA_VLAN:
+            if (mnl_attr_validate(attribute, MNL_TYPE_U16) >= 0) {
+                entry.vlan = mnl_attr_get_u16(attribute);
+            }
+            break;
+        case NDA_MASTER:
+            if (mnl_attr_validate(attribute, MNL_TYPE_U32) >= 0) {
+                entry.bridge = mnl_attr_get_u32(attribute);
+            }
+            break;
+        default: break;
+        }
+    }
+    return entry;
+}
+
 uint32_t linuxMacList(uint32_t start, LinuxMacStatus *out, uint32_t room, bool *more) {
     LinuxNetlinkQuestion asked{};
     Listing listing = {.skip = start, .out = out, .count = 0, .room = room, .more = false};
@@ -129,29 +122,37 @@ uint32_t linuxMacList(uint32_t start, LinuxMacStatus *out, uint32_t room, bool *
     return listing.count;
 }
 
+static bool askKernel(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place) {
+    LinuxNetlinkQuestion asked{};
+    nlmsghdr *message = question(&asked, NLM_F_REQUEST);
+    mnl_attr_put_u32(message, NDA_MASTER, linuxLinks[LINUX_LINK_BRIDGE].ifindex);
+    mnl_attr_put(message, NDA_LLADDR, MAC_LENGTH, mac);
+    if (vlan != 0) {
+        mnl_attr_put_u16(message, NDA_VLAN, vlan);
+    }
+    LinuxMacEntry entry{};
+    if (linuxNetlinkAsk(&asked, takeEntry, &entry) != 0 || !entry.found || entry.local) {
+        return false;
+    }
+    place->port = portOf(entry.ifindex, &place->trunk);
+    return place->port != 0;
+}
+
 extern "C" int32_t smdVDMacGet(SmdMacQuery *q) {
     if (q == nullptr || (q->mac[0] & 1u) != 0 || (linuxBridge.vlanFiltering != 0 && q->vlan == 0)) {
         return -1;
     }
-    LinuxNetlinkQuestion asked{};
-    nlmsghdr *message = question(&asked, NLM_F_REQUEST);
-    mnl_attr_put_u32(message, NDA_MASTER, linuxLinks[LINUX_LINK_BRIDGE].ifindex);
-    mnl_attr_put(message, NDA_LLADDR, MAC_LENGTH, q->mac);
-    if (linuxBridge.vlanFiltering != 0) { // otherwise the bridge learns without regard to tags
-        mnl_attr_put_u16(message, NDA_VLAN, q->vlan);
+    const uint16_t vlan = linuxBridge.vlanFiltering != 0 ? q->vlan : uint16_t{0}; // otherwise the bridge learns without tags
+    LinuxMacPlace place{};
+    if (!linuxMacCacheFind(q->mac, vlan, &place)) {
+        if (!askKernel(q->mac, vlan, &place)) {
+            return -1;
+        }
+        linuxMacCacheKeep(q->mac, vlan, place);
     }
-    Entry entry{};
-    uint32_t trunk = LINUX_NO_TRUNK;
-    if (linuxNetlinkAsk(&asked, takeEntry, &entry) != 0 || !entry.found || entry.local) {
-        return -1;
-    }
-    uint32_t port = portOf(entry.ifindex, &trunk);
-    if (port == 0) {
-        return -1;
-    }
-    q->flags = trunk != LINUX_NO_TRUNK ? SMD_MAC_ON_TRUNK : 0;
-    q->port = port;
-    q->trunk = trunk != LINUX_NO_TRUNK ? static_cast<uint16_t>(trunk) : uint16_t{0};
+    q->flags = place.trunk != LINUX_NO_TRUNK ? SMD_MAC_ON_TRUNK : 0;
+    q->port = place.port;
+    q->trunk = place.trunk != LINUX_NO_TRUNK ? static_cast<uint16_t>(place.trunk) : uint16_t{0};
     memset(q->reserved, 0, sizeof q->reserved);
     return 0;
 }

@@ -1,9 +1,24 @@
 #pragma once
-// The bridge's table of learned MAC addresses. Nothing of it is kept here: a question goes to the kernel, some microseconds.
+// The bridge's table of learned MAC addresses, as netlink tells it: the kernel has the table, and a question costs some
+// microseconds. What it last answered is remembered by maccache.h.
 
 #include <cstdint>
 
 #include "platform/linux/protocol.h"
+
+struct nlmsghdr;
+
+// An entry that came, or went.
+struct LinuxMacEntry {
+    bool found; // false when the message is about something else
+    uint32_t ifindex;
+    uint32_t bridge;
+    uint16_t vlan; // 0 where the bridge does not filter VLANs
+    uint8_t mac[6];
+    bool local; // the switch's own address
+};
+
+[[nodiscard]] LinuxMacEntry linuxMacEntryRead(const nlmsghdr *message);
 
 // Reads entries of the switch's bridge from number `start` on, in the kernel's order, at most `room` of them. Returns how many;
 // *more tells whether there are further ones.

@@ -106,6 +106,8 @@ int32_t linuxNetlinkOpen() {
         mnl_socket_bind(monitor, RTMGRP_LINK | RTMGRP_IPV4_IFADDR, MNL_SOCKET_AUTOPID) < 0) {
         return -errno;
     }
+    unsigned int vlanStates = RTNLGRP_BRVLAN; // kernels without it have no states of VLANs
+    mnl_socket_setsockopt(monitor, NETLINK_ADD_MEMBERSHIP, &vlanStates, sizeof vlanStates);
     timeval second = {.tv_sec = 1, .tv_usec = 0};
     setsockopt(mnl_socket_get_fd(asker), SOL_SOCKET, SO_RCVTIMEO, &second, sizeof second);
     setsockopt(mnl_socket_get_fd(monitor), SOL_SOCKET, SO_RCVBUFFORCE, &MONITOR_BUFFER, sizeof MONITOR_BUFFER);

@@ -6,12 +6,14 @@
 
 #include "platform/linux/capture.h"
 #include "platform/linux/guard.h"
+#include "platform/linux/maccache.h"
 #include "platform/linux/send.h"
 #include "platform/linux/trap.h"
 
 LinuxLink linuxLinks[LINUX_LINKS];
 LinuxBridge linuxBridge;
 LinuxPortCounters linuxCounters[LINUX_PORTS_MAX];
+uint32_t linuxPortsChange = 1;
 
 namespace {
 
@@ -34,6 +36,14 @@ uint32_t bondOf(uint32_t port0) {
     }
     uint32_t link = linuxLinkByIfindex(master);
     return link != LINUX_NO_LINK && isBond(link) ? link : LINUX_NO_LINK;
+}
+
+// Whether a bond takes frames from its member. One that balances by load has an active member for what is flooded, and its
+// members do not say that they are not; what is for one station comes to the active member too, because only there do others
+// see the station's own address.
+bool bondHears(const LinuxLink &bond, const LinuxLink &member) {
+    bool active = bond.activeMember == 0 || bond.activeMember == member.ifindex;
+    return bond.hearsAll != 0 || (member.backup == 0 && active);
 }
 
 } // namespace
@@ -65,7 +75,7 @@ bool linuxPortReceives(uint32_t port0) {
     if (link == LINUX_NO_LINK || linuxLinks[link].stpState != BR_STATE_FORWARDING) {
         return false;
     }
-    return link == port0 || linuxLinks[port0].backup == 0;
+    return link == port0 || bondHears(linuxLinks[link], linuxLinks[port0]);
 }
 
 bool linuxLinkSends(uint32_t link) {
@@ -113,9 +123,11 @@ void linuxPortsStart() {
 }
 
 void linuxPortsSettle() {
+    linuxPortsChange++;
     if (!started) {
         return;
     }
+    linuxMacCacheForget();
     linuxCaptureSettle();
     linuxSendSettle();
     linuxTrapSettle();

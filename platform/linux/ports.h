@@ -27,11 +27,14 @@ struct LinuxLink {
     uint32_t running;      // 1 when it is up and has a carrier
     uint32_t stpState;     // BR_STATE_*, when it is in a bridge
     uint32_t backup;       // 1 for a bond's member that the bond does not use now
-    uint32_t trunk;        // of a bond: its trunk id, or LINUX_NO_TRUNK
+    uint32_t trunk;        // of a bond: its trunk id
+    uint32_t activeMember; // of a bond that balances by load: ifindex of the member that hears what is flooded, else 0
+    uint32_t hearsAll;     // of a bond: 1 when it takes frames from members that it does not use
     uint32_t seen;         // number of the last full reading that listed it
     uint32_t nativeVlan;   // VLAN of frames without a tag, 0 for none; of a bridge that filters VLANs
     uint8_t member[512];   // bit 0x80 >> (v % 8) of byte v / 8: VLANs that it is a member of
     uint8_t untagged[512]; // of these, the ones that leave it without a tag
+    uint8_t blocked[512];  // of these, the ones that spanning tree keeps closed on it
 };
 
 struct LinuxBridge {
@@ -43,6 +46,9 @@ struct LinuxBridge {
 extern LinuxLink linuxLinks[LINUX_LINKS];
 extern LinuxBridge linuxBridge;
 extern LinuxPortCounters linuxCounters[LINUX_PORTS_MAX];
+
+// Counts up with every change of the table: what was worked out from it before is old.
+extern uint32_t linuxPortsChange;
 
 // Takes the names of the ports and of the bridge from the switch file.
 void linuxPortsInit();

@@ -1,7 +1,7 @@
 #include "platform/linux/send.h"
 
-#include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 
@@ -41,6 +41,8 @@ struct BondSocket {
 alignas(64) std::array<uint8_t, ARENA_BYTES> arena;
 uint32_t arenaUsed;
 std::array<Queue, SENDERS> queues;
+uint64_t waiting; // bit 1 << link: its queue is not empty
+static_assert(SENDERS <= 64);
 std::array<BondSocket, LINUX_BONDS_MAX> bondSockets;
 
 int socketOf(uint32_t link) {
@@ -74,6 +76,14 @@ void flush(uint32_t link) {
         }
     }
     queue->count = 0;
+}
+
+// The ports of a list as one number, the first one its highest bit.
+uint64_t portBits(const SmdPortList &list) {
+    uint64_t bits;
+    static_assert(sizeof bits == sizeof list.bits);
+    memcpy(&bits, list.bits, sizeof bits);
+    return std::endian::native == std::endian::little ? __builtin_bswap64(bits) : bits;
 }
 
 // The frame's copy that its queue entries point into.
@@ -113,7 +123,7 @@ void enqueue(uint32_t link, uint8_t *frame, uint32_t length, bool strip) {
 
 // The link that a frame to this port leaves by, or LINUX_NO_LINK when it cannot.
 uint32_t egress(uint32_t link, uint32_t vlan) {
-    if (link == LINUX_NO_LINK || !linuxLinkSends(link) || socketOf(link) < 0 || !linuxVlanMember(link, vlan)) {
+    if (link == LINUX_NO_LINK || !linuxLinkSends(link) || socketOf(link) < 0 || !linuxVlanForwards(link, vlan)) {
         return LINUX_NO_LINK;
     }
     return link;
@@ -126,6 +136,7 @@ bool acceptable(const uint8_t *frame, uint32_t length) {
 // Queues an arena copy for one link.
 void queueFor(uint32_t link, uint32_t port0, uint8_t *copied, uint32_t length, const SmdPktCtl *ctl, uint32_t vlan) {
     queues[link].port0 = port0;
+    waiting |= uint64_t{1} << link;
     enqueue(link, copied, length, stripsTag(copied, ctl, vlan, link));
     linuxCaptureWake();
 }
@@ -152,10 +163,8 @@ void openBond(uint32_t bond) {
 } // namespace
 
 void linuxSendFlush() {
-    for (uint32_t link = 0; link < SENDERS; link++) {
-        if (queues[link].count != 0) {
-            flush(link);
-        }
+    for (; waiting != 0; waiting &= waiting - 1) {
+        flush(static_cast<uint32_t>(std::countr_zero(waiting)));
     }
     arenaUsed = 0;
 }
@@ -212,20 +221,21 @@ int32_t smdVDPktSendPortlist(uint8_t *frame, uint32_t length, SmdPktCtl *ctl, ui
     }
     std::array<uint32_t, LINUX_PORTS_MAX> links;
     uint32_t count = 0;
+    uint64_t served = 0; // bit 1 << link
     int32_t result = 0;
     bool full = false;
-    for (uint32_t p = 0; p < 8 * sizeof list->bits; p++) {
-        if ((list->bits[p / 8] & (0x80u >> (p % 8))) == 0) {
-            continue;
-        }
+    for (uint64_t left = portBits(*list); left != 0;) {
+        uint32_t p = static_cast<uint32_t>(std::countl_zero(left));
+        left &= ~(uint64_t{1} << (63 - p));
         uint32_t link = p < LINUX_PORTS_MAX ? egress(linuxBridgeLink(p), vlan) : LINUX_NO_LINK;
         if (link == LINUX_NO_LINK) {
             result = -1;
             continue;
         }
-        if (std::find(links.begin(), links.begin() + count, link) != links.begin() + count) {
+        if ((served >> link & 1) != 0) {
             continue; // another member of a trunk that is served already
         }
+        served |= uint64_t{1} << link;
         full = full || queues[link].count == QUEUE_MAX;
         queues[link].port0 = p;
         links[count++] = link;

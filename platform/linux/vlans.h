@@ -9,6 +9,7 @@
 #include "platform/linux/ports.h"
 
 struct nlattr;
+struct nlmsghdr;
 
 inline constexpr uint32_t LINUX_VLAN_MAX = 4094;
 inline constexpr uint16_t LINUX_NATIVE_VLAN = 1; // of a transparent bridge
@@ -17,8 +18,13 @@ inline constexpr uint16_t LINUX_NATIVE_VLAN = 1; // of a transparent bridge
 void linuxVlansApply(LinuxLink *link, const nlattr *afSpec);
 void linuxVlansClear(LinuxLink *link);
 
+// Takes the spanning-tree states of single VLANs, which that list leaves out.
+void linuxVlansApplyStates(const nlmsghdr *message);
+
 // Answers about a link that is in the bridge (linuxBridgeLink), in the mode that the bridge has now.
 [[nodiscard]] uint16_t linuxVlanNative(uint32_t link); // 0: frames without a tag are refused
 [[nodiscard]] bool linuxVlanMember(uint32_t link, uint32_t vlan);
+[[nodiscard]] bool linuxVlanForwards(uint32_t link, uint32_t vlan); // a member, and not blocked there
 [[nodiscard]] bool linuxVlanUntagged(uint32_t link, uint32_t vlan);
+// Whether one of the ports, or the bridge itself, is a member.
 [[nodiscard]] bool linuxVlanExists(uint32_t vlan);

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <libmnl/libmnl.h>
 #include <linux/if.h>
+#include <linux/if_bonding.h>
 #include <linux/if_bridge.h>
 #include <linux/if_link.h>
 #include <linux/if_packet.h>
@@ -30,6 +31,7 @@ static constexpr uint32_t P1 = 101;
 static constexpr uint32_t P2 = 102;
 static constexpr uint32_t P3 = 103;
 static constexpr uint32_t BOND = 110;
+static constexpr uint32_t BOND_2 = 111;
 
 struct Vlan {
     uint16_t flags;
@@ -60,7 +62,7 @@ static void tellInterface(uint32_t ifindex, const char *name, uint32_t master, b
         mnl_attr_put_u32(message.header, IFLA_MASTER, master);
     }
     nlattr *info = mnl_attr_nest_start(message.header, IFLA_LINKINFO);
-    if (ifindex == BOND) {
+    if (ifindex == BOND || ifindex == BOND_2) {
         mnl_attr_put_strz(message.header, IFLA_INFO_KIND, "bond");
     }
     if (master == BRIDGE) {
@@ -69,12 +71,34 @@ static void tellInterface(uint32_t ifindex, const char *name, uint32_t master, b
         mnl_attr_put_u8(message.header, IFLA_BRPORT_STATE, BR_STATE_FORWARDING);
         mnl_attr_nest_end(message.header, data);
     }
-    if (master == BOND) {
+    if (master == BOND || master == BOND_2) {
         mnl_attr_put_strz(message.header, IFLA_INFO_SLAVE_KIND, "bond");
         nlattr *data = mnl_attr_nest_start(message.header, IFLA_INFO_SLAVE_DATA);
         mnl_attr_put_u8(message.header, IFLA_BOND_SLAVE_STATE, backup ? 1 : 0);
         mnl_attr_nest_end(message.header, data);
     }
+    mnl_attr_nest_end(message.header, info);
+    linuxLinksApply(message.header, nullptr);
+}
+
+// A bond in the bridge, in its mode, with its active member.
+static void tellBond(const char *name, uint8_t mode, uint32_t active, uint8_t hearsAll) {
+    Message message{};
+    start(&message, RTM_NEWLINK, AF_UNSPEC, BOND, name);
+    mnl_attr_put_u32(message.header, IFLA_MASTER, BRIDGE);
+    nlattr *info = mnl_attr_nest_start(message.header, IFLA_LINKINFO);
+    mnl_attr_put_strz(message.header, IFLA_INFO_KIND, "bond");
+    nlattr *data = mnl_attr_nest_start(message.header, IFLA_INFO_DATA);
+    mnl_attr_put_u8(message.header, IFLA_BOND_MODE, mode);
+    if (active != 0) {
+        mnl_attr_put_u32(message.header, IFLA_BOND_ACTIVE_SLAVE, active);
+    }
+    mnl_attr_put_u8(message.header, IFLA_BOND_ALL_SLAVES_ACTIVE, hearsAll);
+    mnl_attr_nest_end(message.header, data);
+    mnl_attr_put_strz(message.header, IFLA_INFO_SLAVE_KIND, "bridge");
+    nlattr *slave = mnl_attr_nest_start(message.header, IFLA_INFO_SLAVE_DATA);
+    mnl_attr_put_u8(message.header, IFLA_BRPORT_STATE, BR_STATE_FORWARDING);
+    mnl_attr_nest_end(message.header, slave);
     mnl_attr_nest_end(message.header, info);
     linuxLinksApply(message.header, nullptr);
 }
@@ -392,6 +416,77 @@ TEST_F(LinuxDeliver, AFilteringBridgeHasItsDatabase) {
     EXPECT_EQ(members(30), 0x80u);
 }
 
+TEST_F(LinuxDeliver, APortOfAnotherBridgeCountsForNothing) {
+    filterVlans();
+    tellInterface(P2, "p2", BRIDGE + 99);
+    tellState(P2, "p2", BR_STATE_FORWARDING, {{0, 77}});
+    EXPECT_EQ(vlan_exist(77), 0);
+    EXPECT_EQ(members(77), 0u);
+    tellState(BRIDGE, "br0", BR_STATE_FORWARDING, {{0, 78}});
+    EXPECT_EQ(vlan_exist(78), 1);
+}
+
+// `last` 0: one VLAN.
+static void startVlan(Message *message, uint16_t type, uint32_t ifindex, uint16_t vlan, uint16_t last, uint8_t state) {
+    message->header = mnl_nlmsg_put_header(message->bytes.data());
+    message->header->nlmsg_type = type;
+    br_vlan_msg *head = static_cast<br_vlan_msg *>(mnl_nlmsg_put_extra_header(message->header, sizeof(br_vlan_msg)));
+    head->family = AF_BRIDGE;
+    head->ifindex = ifindex;
+    nlattr *entry = mnl_attr_nest_start(message->header, BRIDGE_VLANDB_ENTRY);
+    bridge_vlan_info info = {.flags = 0, .vid = vlan};
+    mnl_attr_put(message->header, BRIDGE_VLANDB_ENTRY_INFO, sizeof info, &info);
+    if (last != 0) {
+        mnl_attr_put_u16(message->header, BRIDGE_VLANDB_ENTRY_RANGE, last);
+    }
+    mnl_attr_put_u8(message->header, BRIDGE_VLANDB_ENTRY_STATE, state);
+    mnl_attr_nest_end(message->header, entry);
+}
+
+static void tellVlan(uint16_t type, uint32_t ifindex, uint16_t vlan, uint16_t last, uint8_t state) {
+    Message message{};
+    startVlan(&message, type, ifindex, vlan, last, state);
+    linuxLinksApply(message.header, nullptr);
+}
+
+TEST_F(LinuxDeliver, AVlanThatIsBlockedOnAPortIsClosedThereOnly) {
+    filterVlans();
+    tellState(P2, "p2", BR_STATE_FORWARDING, {{0, 10}, {0, 20}});
+    tellVlan(RTM_NEWVLAN, P1, 19, 21, BR_STATE_BLOCKING);
+    EXPECT_EQ(members(20), 0x40u);
+    EXPECT_EQ(members(21), 0u);
+    EXPECT_EQ(members(22), 0x80u);
+    EXPECT_TRUE(linuxVlanMember(0, 20));
+    EXPECT_EQ(vlan_exist(21), 1);
+    deliver(solicit(), TAGGED, 0x8100, 20);
+    EXPECT_EQ(got.count, 0u);
+    EXPECT_EQ(linuxCounters[0].dropState, 1u);
+    deliver(solicit(), TAGGED, 0x8100, 22);
+    EXPECT_EQ(got.count, 1u);
+    tellVlan(RTM_NEWVLAN, P1, 20, 0, BR_STATE_FORWARDING);
+    EXPECT_EQ(members(20), 0xC0u);
+    EXPECT_EQ(members(21), 0u);
+    tellVlan(RTM_DELVLAN, P1, 21, 0, BR_STATE_DISABLED);
+    EXPECT_EQ(members(21), 0x80u);
+    tellVlan(RTM_NEWVLAN, P1, 10, 0, BR_STATE_LEARNING);
+    deliver(solicit()); // the native VLAN
+    EXPECT_EQ(linuxCounters[0].dropState, 2u);
+    tellBridge(0); // nobody's business on a transparent bridge
+    deliver(solicit());
+    EXPECT_EQ(got.count, 2u);
+    tellBridge(1);
+    tellGone(P1, "p1");
+    tellInterface(P1 + 50, "p1", BRIDGE);
+    tellState(P1 + 50, "p1", BR_STATE_FORWARDING, {{0, 10}});
+    EXPECT_EQ(members(10), 0xC0u);
+    for (uint32_t ifindex : {0u, P1, 0xFFFFFFFFu}) {
+        tellVlan(RTM_NEWVLAN, ifindex, 10, 0xFFFF, BR_STATE_BLOCKING); // nobody's
+    }
+    EXPECT_EQ(members(10), 0xC0u);
+    tellVlan(RTM_NEWVLAN, P2, 4094, 0xFFFF, BR_STATE_BLOCKING);
+    EXPECT_EQ(members(10), 0xC0u);
+}
+
 TEST_F(LinuxDeliver, LeavesOutPortsThatDoNotForward) {
     tellState(P2, "p2", BR_STATE_LEARNING, {});
     EXPECT_EQ(members(1), 0x80u);
@@ -446,8 +541,65 @@ TEST_F(LinuxDeliver, ABondHasTheNumberOfItsName) {
     tellInterface(P2, "p2", BOND);
     EXPECT_EQ(lac_channel_get_from_port(2), 12);
     tellGone(BOND, "bond12");
-    tellInterface(BOND, "bond70000", BRIDGE); // no trunk id
-    EXPECT_EQ(lac_channel_get_from_port(2), -1);
+    tellInterface(BOND, "bond65534", BRIDGE);
+    EXPECT_EQ(lac_channel_get_from_port(2), 65534);
+    tellGone(BOND, "bond65534");
+    tellInterface(BOND, "bond65535", BRIDGE); // too large for an id
+    EXPECT_EQ(lac_channel_get_from_port(2), 65534);
+}
+
+// Every bond has an id of its own, whatever its name: the switch file's, its number, or one from the top.
+TEST_F(LinuxDeliver, ABondWithoutANumberOfItsOwnGetsAFreeOne) {
+    snprintf(linuxSwitch.trunks[0].interface, sizeof linuxSwitch.trunks[0].interface, "cellar");
+    linuxSwitch.trunks[0].id = 65534;
+    tellInterface(BOND, "uplink", BRIDGE);
+    tellInterface(BOND_2, "attic", BRIDGE);
+    tellInterface(P2, "p2", BOND);
+    tellInterface(P3, "p3", BOND_2);
+    EXPECT_EQ(lac_channel_get_from_port(2), 65533); // "cellar" may come yet
+    EXPECT_EQ(lac_channel_get_from_port(3), 65532);
+    tellGone(BOND, "uplink");
+    tellInterface(BOND, "up65532", BRIDGE); // a number that another has
+    EXPECT_EQ(lac_channel_get_from_port(2), 65533);
+    tellGone(BOND, "up65532");
+    tellInterface(BOND, "cellar", BRIDGE);
+    EXPECT_EQ(lac_channel_get_from_port(2), 65534);
+    EXPECT_EQ(lac_channel_get_from_port(3), 65532); // keeps what it got
+}
+
+// Which members a bond takes frames from is told by the members or by the bond, depending on its mode.
+TEST_F(LinuxDeliver, ABondHearsTheMembersThatItUses) {
+    tellBond("bond0", BOND_MODE_ACTIVEBACKUP, P2, 0);
+    tellInterface(P2, "p2", BOND, true);
+    tellInterface(P3, "p3", BOND);
+    EXPECT_FALSE(linuxPortReceives(1)); // the members know first
+    EXPECT_TRUE(linuxPortReceives(2));
+    tellBond("bond0", BOND_MODE_ACTIVEBACKUP, P3, 1); // listens to all
+    EXPECT_TRUE(linuxPortReceives(1));
+    EXPECT_TRUE(linuxPortReceives(2));
+    tellInterface(P2, "p2", BOND);
+    for (uint8_t mode : {uint8_t{BOND_MODE_TLB}, uint8_t{BOND_MODE_ALB}}) {
+        tellBond("bond0", mode, P3, 0);
+        EXPECT_FALSE(linuxPortReceives(1));
+        EXPECT_TRUE(linuxPortReceives(2));
+        tellBond("bond0", mode, 0, 0); // none yet
+        EXPECT_TRUE(linuxPortReceives(1));
+        EXPECT_TRUE(linuxPortReceives(2));
+    }
+    tellBond("bond0", BOND_MODE_TLB, P3, 0);
+    tellBond("bond0", BOND_MODE_ROUNDROBIN, 0, 0);
+    EXPECT_TRUE(linuxPortReceives(1));
+    EXPECT_TRUE(linuxPortReceives(2));
+}
+
+static void tellCut(Message *message) {
+    const uint32_t whole = message->header->nlmsg_len;
+    for (uint32_t length = NLMSG_HDRLEN; length <= whole; length++) {
+        std::unique_ptr<uint8_t[]> exact(new uint8_t[length]);
+        message->header->nlmsg_len = length;
+        memcpy(exact.get(), message->bytes.data(), length);
+        linuxLinksApply(reinterpret_cast<const nlmsghdr *>(exact.get()), nullptr);
+    }
 }
 
 // Messages that are cut, or whose attributes lie about their length, change nothing outside the table and end.
@@ -458,13 +610,9 @@ TEST_F(LinuxDeliver, ReadsNoMessageBehindItsEnd) {
     bridge_vlan_info entry = {.flags = 0, .vid = 0xFFFF};
     mnl_attr_put(message.header, IFLA_BRIDGE_VLAN_INFO, sizeof entry, &entry);
     mnl_attr_nest_end(message.header, nest);
-    uint32_t whole = message.header->nlmsg_len;
-    for (uint32_t length = NLMSG_HDRLEN; length <= whole; length++) {
-        std::unique_ptr<uint8_t[]> exact(new uint8_t[length]);
-        message.header->nlmsg_len = length;
-        memcpy(exact.get(), message.bytes.data(), length);
-        linuxLinksApply(reinterpret_cast<const nlmsghdr *>(exact.get()), nullptr);
-    }
+    tellCut(&message);
+    startVlan(&message, RTM_NEWVLAN, P1, 10, 0xFFFF, BR_STATE_BLOCKING);
+    tellCut(&message);
     EXPECT_EQ(linuxLinks[0].ifindex, P1);
     EXPECT_FALSE(linuxVlanExists(0xFFFF));
 }

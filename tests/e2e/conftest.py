@@ -8,19 +8,46 @@ import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
 
-from lab import flow, frames, sandbox, snmp  # noqa: E402
+from lab import flow, frames, kernel, sandbox, snmp  # noqa: E402
 from lab.daemon import Daemon  # noqa: E402
 from lab.kea import Kea  # noqa: E402
 from lab.switch import Switch  # noqa: E402
 
+LACKING = pytest.StashKey[int]()
+
 
 def pytest_addoption(parser):
     parser.addoption("--long", action="store_true", help="churn through 1,000,000 messages")
+    parser.addoption("--kernel", action="store_true", help="leave out the tests that are the same on every kernel")
+    parser.addoption("--part", default="1/1", help="M/N: every Nth test from the Mth on")
 
 
-def pytest_configure():
+def pytest_configure(config):
     if not sandbox.inside():
         pytest.exit("these tests need namespaces of their own: ./test e2e [-- PYTEST-ARGUMENT...]", 2)
+    config.addinivalue_line("markers", "needs(feature...): runs on a kernel that has these features of lab/kernel.py")
+    config.addinivalue_line("markers", "any_kernel: the same on every kernel, so that one is enough")
+
+
+def _lacking(item):
+    return [name for mark in item.iter_markers("needs") for name in mark.args if not kernel.has(name)]
+
+
+def pytest_collection_modifyitems(config, items):
+    """Leaves out what this kernel cannot run, what the run is not about, and the other parts' share."""
+    part, parts = (int(number) for number in config.getoption("--part").split("/"))
+    wanted = [item for item in items if not _lacking(item)]
+    config.stash[LACKING] = len(items) - len(wanted)
+    if config.getoption("--kernel"):
+        wanted = [item for item in wanted if not item.get_closest_marker("any_kernel")]
+    wanted = wanted[part - 1 :: parts]
+    config.hook.pytest_deselected(items=[item for item in items if item not in set(wanted)])
+    items[:] = wanted
+
+
+def pytest_report_collectionfinish(config):
+    lacking = config.stash[LACKING]
+    return f"{lacking} tests want features that this kernel lacks; ./test kernel runs them" if lacking else []
 
 
 @pytest.fixture

@@ -1,0 +1,127 @@
+#include "platform/linux/maccache.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include <event2/event.h>
+#include <libmnl/libmnl.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+#include "platform/linux/loop.h"
+#include "platform/linux/mactable.h"
+
+namespace {
+
+constexpr uint32_t PLACES = 4096;          // twice as many as there are clients
+constexpr uint32_t BATCH = 64;             // notifications a system call
+constexpr uint32_t BATCHES_A_TURN = 4;     // so that a flood of new stations does not hold up the loop
+constexpr uint32_t NOTIFICATION_MAX = 512; // bytes; the bridge's are a fifth of it
+constexpr int BUFFER = 1 << 20;            // bytes, some thousand notifications
+
+struct Entry {
+    uint64_t key; // 0 while it is free
+    LinuxMacPlace place;
+};
+
+struct alignas(8) Datagram {
+    uint8_t bytes[NOTIFICATION_MAX];
+};
+
+std::array<Entry, PLACES> entries;
+std::array<Datagram, BATCH> datagrams;
+std::array<iovec, BATCH> pieces;
+std::array<mmsghdr, BATCH> messages;
+mnl_socket *listener;
+bool behind = true; // notifications may wait that were not read yet, or nobody listens
+
+// 0 for what is no station's: the MAC of zeros.
+uint64_t keyOf(const uint8_t *mac, uint16_t vlan) {
+    uint64_t key = 0;
+    memcpy(&key, mac, 6);
+    return key | static_cast<uint64_t>(vlan) << 48;
+}
+
+Entry *entryOf(uint64_t key) {
+    constexpr uint64_t SPREAD = 0x9E3779B97F4A7C15u; // 2^64 over the golden ratio: neighbouring MACs fall far apart
+    return &entries[(key * SPREAD) >> 52];
+}
+static_assert(PLACES == 1u << (64 - 52));
+
+int forget(const nlmsghdr *message, void *) {
+    LinuxMacEntry told = linuxMacEntryRead(message);
+    if (told.found) {
+        uint64_t key = keyOf(told.mac, told.vlan);
+        Entry *entry = entryOf(key);
+        if (entry->key == key) {
+            entry->key = 0;
+        }
+    }
+    return MNL_CB_OK;
+}
+
+// One system call's worth of notifications. False when there are no more for now.
+bool readBatch() {
+    for (uint32_t i = 0; i < BATCH; i++) {
+        pieces[i] = {.iov_base = datagrams[i].bytes, .iov_len = sizeof datagrams[i].bytes};
+        messages[i].msg_hdr = {};
+        messages[i].msg_hdr.msg_iov = &pieces[i];
+        messages[i].msg_hdr.msg_iovlen = 1;
+    }
+    int n = recvmmsg(mnl_socket_get_fd(listener), messages.data(), BATCH, MSG_DONTWAIT, nullptr);
+    if (n < 0 && errno != EAGAIN && errno != EINTR) {
+        linuxMacCacheForget(); // ENOBUFS: some are lost
+        return true;
+    }
+    for (int i = 0; i < n; i++) {
+        const mmsghdr &message = messages[static_cast<size_t>(i)];
+        if ((message.msg_hdr.msg_flags & MSG_TRUNC) != 0) {
+            linuxMacCacheForget();
+            continue;
+        }
+        mnl_cb_run(datagrams[static_cast<size_t>(i)].bytes, message.msg_len, 0, 0, forget, nullptr);
+    }
+    return n == static_cast<int>(BATCH);
+}
+
+void onNotifications(evutil_socket_t, short, void *) {
+    behind = true;
+    for (uint32_t i = 0; i < BATCHES_A_TURN && behind; i++) {
+        behind = readBatch();
+    }
+}
+
+} // namespace
+
+void linuxMacCacheOpen() {
+    listener = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (listener == nullptr || mnl_socket_bind(listener, RTMGRP_NEIGH, MNL_SOCKET_AUTOPID) < 0) {
+        linuxLog("cannot listen to the bridge's MAC table: %s; it is asked for every frame to a station", strerror(errno));
+        return;
+    }
+    setsockopt(mnl_socket_get_fd(listener), SOL_SOCKET, SO_RCVBUFFORCE, &BUFFER, sizeof BUFFER);
+    event *watch = event_new(linuxLoopBase(), mnl_socket_get_fd(listener), EV_READ | EV_PERSIST, onNotifications, nullptr);
+    if (watch == nullptr || event_add(watch, nullptr) != 0) {
+        linuxFatal("cannot watch the bridge's MAC table: out of memory");
+    }
+    behind = false;
+}
+
+bool linuxMacCacheFind(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place) {
+    uint64_t key = keyOf(mac, vlan);
+    const Entry *entry = entryOf(key);
+    if (behind || key == 0 || entry->key != key) {
+        return false;
+    }
+    *place = entry->place;
+    return true;
+}
+
+void linuxMacCacheKeep(const uint8_t *mac, uint16_t vlan, LinuxMacPlace place) {
+    uint64_t key = keyOf(mac, vlan);
+    *entryOf(key) = {.key = key, .place = place};
+}
+
+void linuxMacCacheForget() { entries.fill({}); }
