@@ -83,9 +83,13 @@ class Lane:
         self.daemon.snoop(SERVER)
         return self._measured(self.daemon.process)
 
-    def bare(self, *options):
-        """The forwarder is a loop that copies frames, on ports that are in no bridge."""
-        self.switch.ip("link", "del", "br0")
+    def bare(self, *options, bridged=False):
+        """The forwarder is a loop that copies frames. Its ports are in no bridge, or in the one that a killed daemon left: the
+        kernel then does the same to a frame before the forwarder gets it as it does for snoopd6."""
+        if bridged:
+            self.snoop().daemon.kill()
+        else:
+            self.switch.ip("link", "del", "br0")
         line = netns.command(self.switch.namespace, [tool("bare_loop"), *options, "p1", "p2"])
         process = subprocess.Popen(line, stdout=subprocess.PIPE, text=True)
         self.process = process

@@ -8,8 +8,6 @@ import lab.package
 import pytest
 from lab.machine import ROOT
 
-pytestmark = pytest.mark.any_kernel  # and building a package in an emulated machine takes its time
-
 FILES = """
 /etc/snoopd6
 /lib/systemd/system/snoopd6.service

@@ -18,8 +18,6 @@ from lab.machine import ROOT, Machine, possible
 from lab.service import STATE
 from lab.switch import Switch
 
-pytestmark = pytest.mark.any_kernel  # and building a package in an emulated machine takes its time
-
 README = (ROOT / "README.md").read_text()
 SAVED = "/etc/snoopd6/startup.conf"
 
