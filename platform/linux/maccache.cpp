@@ -1,5 +1,6 @@
 #include "platform/linux/maccache.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -15,7 +16,8 @@
 
 namespace {
 
-constexpr uint32_t PLACES = 4096;          // twice as many as there are clients
+constexpr uint32_t SETS = 2048;            // as many as there are clients
+constexpr uint32_t WAYS = 4;               // stations that fall on one set; with 2,048 of them next to none is pushed out
 constexpr uint32_t BATCH = 64;             // notifications a system call
 constexpr uint32_t BATCHES_A_TURN = 4;     // so that a flood of new stations does not hold up the loop
 constexpr uint32_t NOTIFICATION_MAX = 512; // bytes; the bridge's are a fifth of it
@@ -26,11 +28,16 @@ struct Entry {
     LinuxMacPlace place;
 };
 
+struct alignas(64) Set { // one cache line
+    std::array<Entry, WAYS> entries;
+};
+static_assert(sizeof(Set) == 64);
+
 struct alignas(8) Datagram {
     uint8_t bytes[NOTIFICATION_MAX];
 };
 
-std::array<Entry, PLACES> entries;
+std::array<Set, SETS> sets;
 std::array<Datagram, BATCH> datagrams;
 std::array<iovec, BATCH> pieces;
 std::array<mmsghdr, BATCH> messages;
@@ -44,18 +51,27 @@ uint64_t keyOf(const uint8_t *mac, uint16_t vlan) {
     return key | static_cast<uint64_t>(vlan) << 48;
 }
 
-Entry *entryOf(uint64_t key) {
+Set *setOf(uint64_t key) {
     constexpr uint64_t SPREAD = 0x9E3779B97F4A7C15u; // 2^64 over the golden ratio: neighbouring MACs fall far apart
-    return &entries[(key * SPREAD) >> 52];
+    return &sets[(key * SPREAD) >> 53];
 }
-static_assert(PLACES == 1u << (64 - 52));
+static_assert(SETS == 1u << (64 - 53));
+
+// The entry of a station, or null.
+Entry *find(uint64_t key) {
+    for (Entry &entry : setOf(key)->entries) {
+        if (entry.key == key) {
+            return &entry;
+        }
+    }
+    return nullptr;
+}
 
 int forget(const nlmsghdr *message, void *) {
     LinuxMacEntry told = linuxMacEntryRead(message);
     if (told.found) {
-        uint64_t key = keyOf(told.mac, told.vlan);
-        Entry *entry = entryOf(key);
-        if (entry->key == key) {
+        Entry *entry = find(keyOf(told.mac, told.vlan));
+        if (entry != nullptr) {
             entry->key = 0;
         }
     }
@@ -110,9 +126,9 @@ void linuxMacCacheOpen() {
 }
 
 bool linuxMacCacheFind(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place) {
-    uint64_t key = keyOf(mac, vlan);
-    const Entry *entry = entryOf(key);
-    if (behind || key == 0 || entry->key != key) {
+    const uint64_t key = keyOf(mac, vlan);
+    const Entry *entry = behind || key == 0 ? nullptr : find(key);
+    if (entry == nullptr) {
         return false;
     }
     *place = entry->place;
@@ -120,8 +136,14 @@ bool linuxMacCacheFind(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place) 
 }
 
 void linuxMacCacheKeep(const uint8_t *mac, uint16_t vlan, LinuxMacPlace place) {
-    uint64_t key = keyOf(mac, vlan);
-    *entryOf(key) = {.key = key, .place = place};
+    const uint64_t key = keyOf(mac, vlan);
+    Entry *known = find(key);
+    std::array<Entry, WAYS> &entries = setOf(key)->entries;
+    if (known == nullptr) { // the one that was kept first makes room
+        known = entries.data();
+        std::move_backward(entries.begin(), entries.end() - 1, entries.end());
+    }
+    *known = {.key = key, .place = place};
 }
 
-void linuxMacCacheForget() { entries.fill({}); }
+void linuxMacCacheForget() { sets.fill({}); }

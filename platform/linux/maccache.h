@@ -7,7 +7,7 @@
 // the frames of the same turn; while more of them wait than a turn reads (many new stations at once), nothing is answered from
 // here, and when the kernel lost some, everything is forgotten.
 //
-// A fixed table: two stations that fall on the same place push each other out, and cost the question again.
+// A fixed table: stations that fall on the same set of places push each other out, and cost the question again.
 
 #include <cstdint>
 
