@@ -1,6 +1,8 @@
 """Many messages: none twice, none lost, and no memory that grows."""
 
 import collections
+import contextlib
+import ctypes
 import itertools
 import pathlib
 import threading
@@ -12,6 +14,7 @@ from lab.frames import (
 )  # fmt: skip
 
 CLIENTS = 2048
+PR_SET_THP_DISABLE = 41
 WINDOW = 256  # messages under way at once
 
 
@@ -145,10 +148,22 @@ def resident(daemon):
     raise AssertionError("no VmRSS")
 
 
+@contextlib.contextmanager
+def small_pages():
+    """What is started here gets no huge pages: the kernel would put them in while it runs, whole, and so make it grow."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    assert libc.prctl(PR_SET_THP_DISABLE, 1, 0, 0, 0) == 0
+    try:
+        yield
+    finally:
+        assert libc.prctl(PR_SET_THP_DISABLE, 0, 0, 0, 0) == 0
+
+
 def test_churn_does_not_grow(switch, request):
     """Clients come, get leases, get them again, release them or are moved or deleted, over and over."""
     total = 1_000_000 if request.config.getoption("--long") else 60_000
-    daemon = Daemon(switch, sanitizer="quarantine_size_mb=1").start()
+    with small_pages():
+        daemon = Daemon(switch, sanitizer="quarantine_size_mb=1").start()
     try:
         daemon.snoop(4)
         flow.listen(switch)

@@ -11,6 +11,9 @@ inline constexpr uint32_t DHCP6SNOOPING_SYSLOG_MODULE = 53;
 inline constexpr uint32_t DHCP6SNOOPING_SYSLOG_DEBUG = 7;
 inline constexpr uint32_t DHCP6SNOOPING_SYSLOG_ERROR = 2;
 
+// Whether lines are wanted at all: for a line whose texts cost more to make than the question.
+[[nodiscard]] bool dhcp6snooping_debug_on();
+
 void dhcp6snooping_debug_printf(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // Prints the assertion line on the console and aborts. The line number names the condition, not this build's source line, so

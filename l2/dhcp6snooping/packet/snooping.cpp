@@ -104,6 +104,8 @@ void record_client(const SnoopedMessage &message, const uint8_t *mac) {
         client->unack_timeout = DHCP6SNOOPING_UNACK_TIMEOUT;
         client->last_update = vosUpSeconds();
     }
+    if (!dhcp6snooping_debug_on())
+        return;
     char mac_text[MAC_TEXT_SIZE];
     char port_text[PORT_TEXT_MAX] = {};
     dhcp6snooping_debug_printf("\r\n receive dhcpv6 %s msg, record user: mac %s, vlan %d, port %s", message.type_name,
@@ -197,8 +199,9 @@ void handle_reply(const SnoopedMessage &message) {
     const uint8_t *mac = message.packet->data + FRAME_DESTINATION_MAC;
     if (refuse_zero_mac(message, mac) || refuse_untrusted(message))
         return;
-    char mac_text[MAC_TEXT_SIZE];
-    dhcp6snooping_mac_to_str(mac, mac_text);
+    char mac_text[MAC_TEXT_SIZE] = {}; // only traces read it
+    if (dhcp6snooping_debug_on())
+        dhcp6snooping_mac_to_str(mac, mac_text);
 
     Dhcp6SnoopingNode *client = dhcp6snooping_get_avlnode(mac);
     if (client == nullptr) {
