@@ -17,9 +17,7 @@ constexpr int32_t LENGTH_LINE = 1213;
 
 } // namespace
 
-bool dhcp6snooping_debug_on() {
-    return syslogModuleSwitch(DHCP6SNOOPING_SYSLOG_MODULE, DHCP6SNOOPING_SYSLOG_DEBUG) != 0;
-}
+bool dhcp6snooping_debug_on() { return syslogModuleSwitch(DHCP6SNOOPING_SYSLOG_MODULE, DHCP6SNOOPING_SYSLOG_DEBUG) != 0; }
 
 void dhcp6snooping_debug_printf(const char *format, ...) {
     if (format == nullptr || !dhcp6snooping_debug_on())
