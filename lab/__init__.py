@@ -9,6 +9,8 @@ sandbox    the namespaces of a run, and what the kernel must offer for them
 netns      doing something in a network namespace
 switch     the bridge, its ports and its hosts
 wire       frames as they are: send, capture, count
+storm      one host sends as fast as it can
+memory     how much of it a process uses
 flow       where did it go: what came out of which port, and nothing else
 frames     Ethernet, IPv6 with extension headers, UDP, DHCPv6: built and read in words
 daemon     snoopd6: start, ready, stop, crash; the command shell

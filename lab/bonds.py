@@ -1,5 +1,5 @@
-"""Bonds of the switch's ports. The host behind each port is an end of its own: a test says by which member a frame comes in, and
-sees by which one it goes out."""
+"""Bonds of the switch's ports. The host behind each port is an end of its own: a test says by which member a frame comes in,
+and sees by which one it goes out."""
 
 import subprocess
 

@@ -24,7 +24,7 @@ def _makes_on_a_bridge(*words):
 
 
 FEATURES = {
-    "vlan_filtering": lambda: "vlan_filtering" in _makes("type", "bridge"),
+    "vlan_filtering": lambda: bool(_makes("type", "bridge", "vlan_filtering", "1")),  # a kernel without it tells of it, too
     "bonding": lambda: bool(_makes("type", "bond")),
     "8021q": lambda: bool(_makes_on_a_bridge("type", "vlan", "id", "2")),
 }

@@ -67,7 +67,8 @@ int32_t vosMsgRecv(uint32_t queueId, void *buf, uint32_t size, int32_t timeoutMs
     uint32_t bytes = 0;
     int turn = 0;
     while (bytes == 0 && !late && turn != -1) {
-        turn = event_base_loop(linuxLoopBase(), linuxQueueReady() ? EVLOOP_NONBLOCK : EVLOOP_ONCE);
+        // Without EVLOOP_ONCE the loop would go on for as long as frames keep coming, and the message would wait.
+        turn = event_base_loop(linuxLoopBase(), linuxQueueReady() ? EVLOOP_ONCE | EVLOOP_NONBLOCK : EVLOOP_ONCE);
         bytes = linuxQueueTake(static_cast<uint8_t *>(buf), size, ctx);
     }
     evtimer_del(&timer);

@@ -1,20 +1,16 @@
 """Many messages: none twice, none lost, and no memory that grows."""
 
 import collections
-import contextlib
-import ctypes
 import itertools
-import pathlib
 import threading
 
-from lab import calls, flow, frames
+from lab import calls, flow, frames, memory
 from lab.daemon import Daemon
 from lab.frames import (
     ADVERTISE, RELEASE, RENEW, REPLY, REQUEST, SOLICIT, duid, from_client, from_server, ia_na, ia_pd, mac_number, option,
 )  # fmt: skip
 
 CLIENTS = 2048
-PR_SET_THP_DISABLE = 41
 WINDOW = 256  # messages under way at once
 
 
@@ -140,29 +136,10 @@ def test_starting_and_stopping_under_traffic(daemon, switch, sent):
     assert sent(1, frame) == {4: [frame]}
 
 
-def resident(daemon):
-    """Memory in use, KiB."""
-    for line in pathlib.Path(f"/proc/{daemon.process.pid}/status").read_text().splitlines():
-        if line.startswith("VmRSS:"):
-            return int(line.split()[1])
-    raise AssertionError("no VmRSS")
-
-
-@contextlib.contextmanager
-def small_pages():
-    """What is started here gets no huge pages: the kernel would put them in while it runs, whole, and so make it grow."""
-    libc = ctypes.CDLL(None, use_errno=True)
-    assert libc.prctl(PR_SET_THP_DISABLE, 1, 0, 0, 0) == 0
-    try:
-        yield
-    finally:
-        assert libc.prctl(PR_SET_THP_DISABLE, 0, 0, 0, 0) == 0
-
-
 def test_churn_does_not_grow(switch, request):
     """Clients come, get leases, get them again, release them or are moved or deleted, over and over."""
     total = 1_000_000 if request.config.getoption("--long") else 60_000
-    with small_pages():
+    with memory.small_pages():
         daemon = Daemon(switch, sanitizer="quarantine_size_mb=1").start()
     try:
         daemon.snoop(4)
@@ -192,7 +169,7 @@ def test_churn_does_not_grow(switch, request):
                 daemon.call(calls.DELETE_ALL)
             count += len(up) + 2 * len(down) + len(gone)
             if count * 5 > total * (len(marks) + 1):
-                marks.append(resident(daemon))
+                marks.append(memory.resident(daemon.process))
         growth = marks[-1] - marks[0]
         print(f"{count} messages, resident {marks} KiB")
         assert growth < 1024, marks
