@@ -12,6 +12,7 @@
 #include <linux/rtnetlink.h>
 #include <unistd.h>
 
+#include "platform/linux/attributes.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/netlink.h"
 #include "platform/linux/ports.h"

@@ -15,6 +15,7 @@
 #include "platform/linux/deliver.h"
 #include "platform/linux/filter.h"
 #include "platform/linux/loop.h"
+#include "platform/linux/maccache.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/send.h"
 #include "platform/linux/trap.h"
@@ -101,6 +102,7 @@ uint32_t receive(uint32_t port0, uint32_t limit) {
                             .captures = {captures.data(), captureCount},
                             .ports = {wantedPorts.data(), wantedCount}};
     linuxCounters[port0].received += count;
+    linuxMacCacheDoubt();
     for (uint32_t i = 0; i < count; i++) {
         LinuxRawFrame raw = readRaw(&slots[i], &messages[i]);
         messages[i].msg_hdr.msg_controllen = sizeof controls[i].bytes; // the kernel left the length that it used
@@ -130,6 +132,7 @@ void turn(evutil_socket_t, short, void *) {
     firstPort = (firstPort + 1) % LINUX_PORTS_MAX;
     readyPorts = 0; // the loop says again who has frames
     linuxSendFlush();
+    linuxMacCacheDoubt();
     linuxTurnEnd();
     inTurn = false;
 }

@@ -5,12 +5,14 @@
 #include <linux/if_packet.h>
 
 #include "platform/linux/ipv6walk.h"
+#include "platform/linux/mactable.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/send.h"
 #include "platform/linux/vlans.h"
 
 namespace {
 
+constexpr uint32_t MAC_LENGTH = 6;
 constexpr uint32_t MACS_LENGTH = 12;
 constexpr uint32_t TAG_LENGTH = 4;
 constexpr uint16_t VID_MASK = 0x0FFF;
@@ -108,6 +110,7 @@ void hand(const LinuxIngress &ingress, const Tagged &tagged, const LinuxWalk &wa
     ctl.flags = walk.tags == 2 ? SMD_CTL_DOUBLE_TAGGED : 0;
     ctl.payloadOffset = static_cast<uint16_t>(walk.payloadOffset);
     ctl.platform[LINUX_CTL_TAG] = tagged.added;
+    ctl.platform[LINUX_CTL_ISOLATED] = linuxLinks[ingress.link].isolated;
     for (const LinuxCapture &capture : ingress.captures) {
         if (capture.udpPort == walk.udpPort) {
             linuxCounters[ingress.port0].delivered++;
@@ -150,6 +153,10 @@ void linuxDeliver(const LinuxIngress &ingress, LinuxRawFrame *raw) {
     LinuxWalk walk = linuxIp6Walk({tagged.frame, tagged.length}, tagged.added, ingress.ports);
     if (walk.verdict != LINUX_WALK_MESSAGE) {
         (*counterOf(counters, ingress.trapHolds ? walk.verdict : LINUX_WALK_OTHER))++;
+        return;
+    }
+    if (linuxLinks[ingress.link].locked != 0 && !linuxMacIsBehind(ingress.port0, tagged.frame + MAC_LENGTH, tagged.vlan)) {
+        counters->dropState++;
         return;
     }
     if ((raw->status & TP_STATUS_CSUMNOTREADY) != 0) {

@@ -12,6 +12,7 @@
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
+#include "platform/linux/attributes.h"
 #include "platform/linux/ipv6walk.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/netlink.h"
@@ -25,7 +26,8 @@ constexpr uint32_t READ_TRIES = 8; // of a list that changes while it is read
 
 uint32_t readings; // full readings so far
 bool reading;      // one is going on
-bool vlansStale;   // a notification about VLANs did not carry them
+bool stale;        // something is not known that no further notification needs to tell: everything has to be read again
+bool bondLeftOut;  // since a place for a bond was free last
 bool bridgeIsBridge;
 uint32_t defaultVlan; // of the bridge
 
@@ -47,30 +49,6 @@ struct Kind {
     const char *slaveKind;
     const nlattr *slaveData;
 };
-
-const char *text(const nlattr *attribute) {
-    return mnl_attr_validate(attribute, MNL_TYPE_NUL_STRING) < 0 ? "" : mnl_attr_get_str(attribute);
-}
-
-uint32_t number32(const nlattr *attribute) {
-    return mnl_attr_validate(attribute, MNL_TYPE_U32) < 0 ? 0 : mnl_attr_get_u32(attribute);
-}
-
-// An attribute of a nest, or null when it is not there or of another length.
-const nlattr *nested(const nlattr *nest, uint16_t type, mnl_attr_data_type length) {
-    LinuxAttributes list = linuxAttributesIn(nest);
-    while (const nlattr *attribute = linuxAttributeNext(&list)) {
-        if (mnl_attr_get_type(attribute) == type && mnl_attr_validate(attribute, length) >= 0) {
-            return attribute;
-        }
-    }
-    return nullptr;
-}
-
-uint32_t nestedU8(const nlattr *nest, uint16_t type, uint32_t otherwise) {
-    const nlattr *attribute = nested(nest, type, MNL_TYPE_U8);
-    return attribute != nullptr ? mnl_attr_get_u8(attribute) : otherwise;
-}
 
 Attributes readAttributes(const nlmsghdr *message) {
     Attributes found{};
@@ -98,9 +76,9 @@ Kind readKind(const nlattr *linkInfo) {
     LinuxAttributes list = linuxAttributesIn(linkInfo);
     while (const nlattr *attribute = linuxAttributeNext(&list)) {
         switch (mnl_attr_get_type(attribute)) {
-        case IFLA_INFO_KIND: found.kind = text(attribute); break;
+        case IFLA_INFO_KIND: found.kind = linuxAttributeText(attribute); break;
         case IFLA_INFO_DATA: found.data = attribute; break;
-        case IFLA_INFO_SLAVE_KIND: found.slaveKind = text(attribute); break;
+        case IFLA_INFO_SLAVE_KIND: found.slaveKind = linuxAttributeText(attribute); break;
         case IFLA_INFO_SLAVE_DATA: found.slaveData = attribute; break;
         default: break;
         }
@@ -108,17 +86,26 @@ Kind readKind(const nlattr *linkInfo) {
     return found;
 }
 
+// Forgets what the bridge said about a link.
+void forgetPort(LinuxLink *link) {
+    link->stpState = BR_STATE_DISABLED;
+    link->isolated = 0;
+    link->locked = 0;
+    linuxVlansClear(link);
+}
+
 // Forgets what the kernel said about a link; its name and trunk id stay.
 void forget(LinuxLink *link) {
     link->ifindex = 0;
     link->master = 0;
     link->running = 0;
-    link->stpState = BR_STATE_DISABLED;
     link->backup = 0;
     link->activeMember = 0;
     link->hearsAll = 0;
-    linuxVlansClear(link);
+    forgetPort(link);
 }
+
+bool isBondPlace(uint32_t index) { return index >= LINUX_LINK_BOND0 && index < LINUX_LINK_BRIDGE; }
 
 void gone(uint32_t index) {
     LinuxLink *link = &linuxLinks[index];
@@ -127,8 +114,10 @@ void gone(uint32_t index) {
     }
     linuxLog("interface %s is gone", link->name);
     forget(link);
-    if (index >= LINUX_LINK_BOND0 && index < LINUX_LINK_BRIDGE) {
+    if (isBondPlace(index)) {
         link->name[0] = 0; // the place is free for another bond
+        stale = stale || bondLeftOut;
+        bondLeftOut = false;
     }
 }
 
@@ -142,25 +131,43 @@ uint32_t placeBond(const char *name) {
         snprintf(linuxLinks[i].name, sizeof linuxLinks[i].name, "%s", name);
         return i;
     }
-    linuxLog("bond %s is one too many: at most %u are followed", name, LINUX_BONDS_MAX);
+    if (!bondLeftOut) { // said once, not with each of its notifications
+        linuxLog("bond %s is one too many: at most %u are followed", name, LINUX_BONDS_MAX);
+    }
+    bondLeftOut = true;
     return LINUX_NO_LINK;
 }
 
-// The place of an interface in the table by its name, or LINUX_NO_LINK when it is nothing to the switch.
-uint32_t placeOf(const char *name, const char *kind) {
+uint32_t placeNamed(const char *name) {
     for (uint32_t i = 0; i < LINUX_LINKS; i++) {
         if (linuxLinks[i].name[0] != 0 && strcmp(linuxLinks[i].name, name) == 0) {
             return i;
         }
     }
-    return strcmp(kind, "bond") == 0 ? placeBond(name) : LINUX_NO_LINK;
+    return LINUX_NO_LINK;
+}
+
+// The place of an interface in the table by its name, or LINUX_NO_LINK when it is nothing to the switch. What was known under
+// its index or its name, and is not it, is gone: that leaves its place to a bond that only has another name now.
+uint32_t placeOf(uint32_t ifindex, const char *name, const char *kind) {
+    const bool isBond = strcmp(kind, "bond") == 0;
+    const uint32_t named = placeNamed(name);
+    const uint32_t known = linuxLinkByIfindex(ifindex);
+    if (known != LINUX_NO_LINK && known != named) {
+        gone(known); // renamed
+    }
+    if (named != LINUX_NO_LINK && isBondPlace(named) && !isBond) {
+        gone(named);
+        return LINUX_NO_LINK;
+    }
+    return named == LINUX_NO_LINK && isBond ? placeBond(name) : named;
 }
 
 // Another default VLAN makes it the native one of all ports that had the old one; the kernel tells of the bridge only.
 void readDefaultVlan(const nlattr *data) {
-    const nlattr *attribute = nested(data, IFLA_BR_VLAN_DEFAULT_PVID, MNL_TYPE_U16);
+    const nlattr *attribute = linuxAttributeFind(data, IFLA_BR_VLAN_DEFAULT_PVID, sizeof(uint16_t));
     const uint32_t vlan = attribute != nullptr ? mnl_attr_get_u16(attribute) : 0;
-    vlansStale = vlansStale || (!reading && vlan != defaultVlan);
+    stale = stale || (!reading && vlan != defaultVlan);
     defaultVlan = vlan;
 }
 
@@ -169,8 +176,8 @@ void readBridge(const Attributes &attributes, const Kind &kind) {
     linuxBridge.vlanFiltering = 0;
     linuxBridge.vlanTpid = LINUX_TPID_8021Q;
     if (bridgeIsBridge && kind.data != nullptr) {
-        linuxBridge.vlanFiltering = nestedU8(kind.data, IFLA_BR_VLAN_FILTERING, 0);
-        if (const nlattr *protocol = nested(kind.data, IFLA_BR_VLAN_PROTOCOL, MNL_TYPE_U16)) {
+        linuxBridge.vlanFiltering = linuxAttributeU8(kind.data, IFLA_BR_VLAN_FILTERING, 0);
+        if (const nlattr *protocol = linuxAttributeFind(kind.data, IFLA_BR_VLAN_PROTOCOL, sizeof(uint16_t))) {
             linuxBridge.vlanTpid = linuxBe16(static_cast<const uint8_t *>(mnl_attr_get_payload(protocol)));
         }
         readDefaultVlan(kind.data);
@@ -182,11 +189,11 @@ void readBridge(const Attributes &attributes, const Kind &kind) {
 
 // In the other modes with one active member, the members tell themselves, and sooner.
 void readBond(const nlattr *data, LinuxLink *link) {
-    const uint32_t mode = nestedU8(data, IFLA_BOND_MODE, BOND_MODE_ROUNDROBIN);
+    const uint32_t mode = linuxAttributeU8(data, IFLA_BOND_MODE, BOND_MODE_ROUNDROBIN);
     const bool byLoad = mode == BOND_MODE_TLB || mode == BOND_MODE_ALB;
-    const nlattr *active = nested(data, IFLA_BOND_ACTIVE_SLAVE, MNL_TYPE_U32);
+    const nlattr *active = linuxAttributeFind(data, IFLA_BOND_ACTIVE_SLAVE, sizeof(uint32_t));
     link->activeMember = byLoad && active != nullptr ? mnl_attr_get_u32(active) : 0;
-    link->hearsAll = nestedU8(data, IFLA_BOND_ALL_SLAVES_ACTIVE, 0);
+    link->hearsAll = linuxAttributeU8(data, IFLA_BOND_ALL_SLAVES_ACTIVE, 0);
 }
 
 // Logs what people look for when a port does not work: it is not there, or not in the bridge. Not in the middle of a full
@@ -200,15 +207,18 @@ void logPort(uint32_t index, uint32_t wasIfindex, uint32_t wasMaster) {
     linuxLog("port 0/%u: interface %s is %s bridge %s", index + 1, link.name, in ? "in" : "not in", linuxSwitch.bridge);
 }
 
+// What a bridge says of its port, alone or with the rest of the interface.
+void readPort(const nlattr *nest, LinuxLink *link) {
+    link->stpState = linuxAttributeU8(nest, IFLA_BRPORT_STATE, link->stpState);
+    link->isolated = linuxAttributeU8(nest, IFLA_BRPORT_ISOLATED, link->isolated);
+    link->locked = linuxAttributeU8(nest, IFLA_BRPORT_LOCKED, link->locked);
+}
+
 // A full description of one interface.
 void applyInterface(const ifinfomsg *info, const Attributes &attributes) {
     uint32_t ifindex = static_cast<uint32_t>(info->ifi_index);
     Kind kind = readKind(attributes.linkInfo);
-    uint32_t index = placeOf(text(attributes.name), kind.kind);
-    uint32_t known = linuxLinkByIfindex(ifindex);
-    if (known != LINUX_NO_LINK && known != index) {
-        gone(known); // renamed
-    }
+    uint32_t index = placeOf(ifindex, linuxAttributeText(attributes.name), kind.kind);
     if (index == LINUX_NO_LINK) {
         return;
     }
@@ -218,17 +228,19 @@ void applyInterface(const ifinfomsg *info, const Attributes &attributes) {
     if (link->ifindex != ifindex) {
         forget(link);
         linuxPortsSettle(); // the old interface is let go of before the new one is taken
+        // One that was in a bridge before it got this name was told of as a port under the other one.
+        stale = stale || (!reading && (attributes.master != nullptr || index == LINUX_LINK_BRIDGE));
     }
     link->ifindex = ifindex;
     link->seen = readings;
-    link->master = attributes.master == nullptr ? 0 : number32(attributes.master);
+    link->master = attributes.master == nullptr ? 0 : linuxAttributeU32(attributes.master);
     link->running = (info->ifi_flags & IFF_UP) != 0 && (info->ifi_flags & IFF_RUNNING) != 0 ? 1 : 0;
     link->backup = 0;
     if (kind.slaveData != nullptr && strcmp(kind.slaveKind, "bond") == 0) {
-        link->backup = nestedU8(kind.slaveData, IFLA_BOND_SLAVE_STATE, 0);
+        link->backup = linuxAttributeU8(kind.slaveData, IFLA_BOND_SLAVE_STATE, 0);
     }
     if (kind.slaveData != nullptr && strcmp(kind.slaveKind, "bridge") == 0) {
-        link->stpState = nestedU8(kind.slaveData, IFLA_BRPORT_STATE, link->stpState);
+        readPort(kind.slaveData, link);
     }
     if (index == LINUX_LINK_BRIDGE) {
         readBridge(attributes, kind);
@@ -260,15 +272,15 @@ void applyBridgePort(const nlmsghdr *message, const ifinfomsg *info, const Attri
         return;
     }
     if (message->nlmsg_type == RTM_DELLINK) {
-        link->stpState = BR_STATE_DISABLED;
-        linuxVlansClear(link);
+        forgetPort(link);
+        stale = true; // the same is said of a port that stays when VLANs were taken from it by RTM_DELVLAN
         return;
     }
     if (attributes.protoInfo != nullptr) {
-        link->stpState = nestedU8(attributes.protoInfo, IFLA_BRPORT_STATE, link->stpState);
+        readPort(attributes.protoInfo, link);
     }
     if (attributes.afSpec == nullptr && !reading) { // "no VLAN", or a notification that leaves them out: ask
-        vlansStale = true;
+        stale = true;
         return;
     }
     linuxVlansApply(link, attributes.afSpec);
@@ -304,20 +316,25 @@ int linuxLinksApply(const nlmsghdr *message, void *) {
         linuxPortsSettle();
         return MNL_CB_OK;
     }
-    if ((message->nlmsg_type != RTM_NEWLINK && message->nlmsg_type != RTM_DELLINK) ||
+    // A bridge tells by RTM_SETLINK of VLANs that a port was given by RTM_NEWVLAN.
+    const uint16_t type = message->nlmsg_type;
+    if ((type != RTM_NEWLINK && type != RTM_SETLINK && type != RTM_DELLINK) ||
         mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) {
         return MNL_CB_OK;
     }
     const ifinfomsg *info = static_cast<const ifinfomsg *>(mnl_nlmsg_get_payload(message));
+    if (info->ifi_index <= 0) { // nobody's
+        return MNL_CB_OK;
+    }
     Attributes attributes = readAttributes(message);
     if (info->ifi_family == AF_BRIDGE) {
         applyBridgePort(message, info, attributes);
-    } else if (message->nlmsg_type == RTM_DELLINK) {
+    } else if (type == RTM_DELLINK) {
         uint32_t index = linuxLinkByIfindex(static_cast<uint32_t>(info->ifi_index));
         if (index != LINUX_NO_LINK) {
             gone(index);
         }
-    } else if (attributes.name != nullptr && !attributes.partial) {
+    } else if (attributes.name != nullptr && linuxAttributeText(attributes.name)[0] != 0 && !attributes.partial) {
         applyInterface(info, attributes);
     }
     linuxPortsSettle();
@@ -338,7 +355,7 @@ int32_t linuxLinksRead() {
         }
     }
     reading = false;
-    vlansStale = false;
+    stale = error != 0; // tried again with the next notification
     for (uint32_t i = 0; i < LINUX_LINKS && error == 0; i++) {
         if (linuxLinks[i].seen != readings) {
             gone(i);
@@ -348,8 +365,10 @@ int32_t linuxLinksRead() {
     return error;
 }
 
+void linuxLinksDoubt() { stale = true; }
+
 void linuxLinksCatchUp() {
-    if (!vlansStale) {
+    if (!stale) {
         return;
     }
     int32_t error = linuxLinksRead();

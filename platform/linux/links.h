@@ -15,6 +15,9 @@ int linuxLinksApply(const nlmsghdr *message, void *user);
 // Reads all interfaces; those that are not listed are gone. 0, or a negative errno.
 [[nodiscard]] int32_t linuxLinksRead();
 
+// Notifications were lost.
+void linuxLinksDoubt();
+
 // Reads again what notifications left out. Called after a batch of them.
 void linuxLinksCatchUp();
 

@@ -42,7 +42,9 @@ std::array<Datagram, BATCH> datagrams;
 std::array<iovec, BATCH> pieces;
 std::array<mmsghdr, BATCH> messages;
 mnl_socket *listener;
+bool listening;
 bool behind = true; // notifications may wait that were not read yet, or nobody listens
+uint32_t mayRead;   // batches of them that a lookup may still read
 
 // 0 for what is no station's: the MAC of zeros.
 uint64_t keyOf(const uint8_t *mac, uint16_t vlan) {
@@ -78,18 +80,23 @@ int forget(const nlmsghdr *message, void *) {
     return MNL_CB_OK;
 }
 
-// One system call's worth of notifications. False when there are no more for now.
-bool readBatch() {
+void prepareBatch() {
     for (uint32_t i = 0; i < BATCH; i++) {
         pieces[i] = {.iov_base = datagrams[i].bytes, .iov_len = sizeof datagrams[i].bytes};
-        messages[i].msg_hdr = {};
         messages[i].msg_hdr.msg_iov = &pieces[i];
         messages[i].msg_hdr.msg_iovlen = 1;
     }
+}
+
+// One system call's worth of notifications. False when the kernel says that there are no more: fewer than a batch may also mean
+// an error, which the next call tells.
+bool readBatch() {
     int n = recvmmsg(mnl_socket_get_fd(listener), messages.data(), BATCH, MSG_DONTWAIT, nullptr);
-    if (n < 0 && errno != EAGAIN && errno != EINTR) {
+    if (n < 0 && errno == EAGAIN) {
+        return false;
+    }
+    if (n < 0 && errno != EINTR) {
         linuxMacCacheForget(); // ENOBUFS: some are lost
-        return true;
     }
     for (int i = 0; i < n; i++) {
         const mmsghdr &message = messages[static_cast<size_t>(i)];
@@ -99,14 +106,18 @@ bool readBatch() {
         }
         mnl_cb_run(datagrams[static_cast<size_t>(i)].bytes, message.msg_len, 0, 0, forget, nullptr);
     }
-    return n == static_cast<int>(BATCH);
+    return true;
+}
+
+void catchUp() {
+    for (; behind && mayRead > 0; mayRead--) {
+        behind = readBatch();
+    }
 }
 
 void onNotifications(evutil_socket_t, short, void *) {
-    behind = true;
-    for (uint32_t i = 0; i < BATCHES_A_TURN && behind; i++) {
-        behind = readBatch();
-    }
+    linuxMacCacheDoubt();
+    catchUp();
 }
 
 } // namespace
@@ -118,14 +129,23 @@ void linuxMacCacheOpen() {
         return;
     }
     setsockopt(mnl_socket_get_fd(listener), SOL_SOCKET, SO_RCVBUFFORCE, &BUFFER, sizeof BUFFER);
+    prepareBatch();
     event *watch = event_new(linuxLoopBase(), mnl_socket_get_fd(listener), EV_READ | EV_PERSIST, onNotifications, nullptr);
     if (watch == nullptr || event_add(watch, nullptr) != 0) {
         linuxFatal("cannot watch the bridge's MAC table: out of memory");
     }
-    behind = false;
+    listening = true;
+    linuxMacCacheDoubt();
+    catchUp();
+}
+
+void linuxMacCacheDoubt() {
+    behind = true;
+    mayRead = listening ? BATCHES_A_TURN : 0;
 }
 
 bool linuxMacCacheFind(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place) {
+    catchUp();
     const uint64_t key = keyOf(mac, vlan);
     const Entry *entry = behind || key == 0 ? nullptr : find(key);
     if (entry == nullptr) {
@@ -136,6 +156,9 @@ bool linuxMacCacheFind(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place) 
 }
 
 void linuxMacCacheKeep(const uint8_t *mac, uint16_t vlan, LinuxMacPlace place) {
+    if (behind) { // a socket that has lost notifications loses more, and says nothing of these, until it is read to its end
+        return;
+    }
     const uint64_t key = keyOf(mac, vlan);
     Entry *known = find(key);
     std::array<Entry, WAYS> &entries = setOf(key)->entries;

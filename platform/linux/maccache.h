@@ -3,9 +3,10 @@
 //
 // An answer is good until the bridge says anything about its MAC in its VLAN. Notifications are only ever taken as that, never
 // as the new answer: one that is read late forgets what need not be forgotten, and that is all. A station that moves is learned
-// by the bridge, and so told of, before anybody can answer its first frame from the new place. Notifications are read before
-// the frames of the same turn; while more of them wait than a turn reads (many new stations at once), nothing is answered from
-// here, and when the kernel lost some, everything is forgotten.
+// by the bridge, and so told of, before anybody can answer its first frame from the new place. So what has been told before
+// frames are taken from a port is read before the first of them is answered from here, whomever the loop served first. While
+// more notifications wait than are read then (many new stations at once), nothing is answered from here and nothing is kept,
+// and when the kernel lost some, everything is forgotten.
 //
 // A fixed table: stations that fall on the same set of places push each other out, and cost the question again.
 
@@ -18,6 +19,9 @@ struct LinuxMacPlace {
 
 // Listens to the bridge from now on. A kernel that refuses costs questions, nothing else. Once.
 void linuxMacCacheOpen();
+
+// Frames were received, or time has passed: what the bridge told meanwhile is read before the next answer.
+void linuxMacCacheDoubt();
 
 // False when the kernel has to be asked. VLAN 0 on a bridge that does not filter VLANs.
 [[nodiscard]] bool linuxMacCacheFind(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place);

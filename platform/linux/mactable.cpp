@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 
 #include "platform/libsmd.h"
+#include "platform/linux/attributes.h"
 #include "platform/linux/maccache.h"
 #include "platform/linux/netlink.h"
 #include "platform/linux/ports.h"
@@ -16,6 +17,7 @@
 namespace {
 
 constexpr uint32_t MAC_LENGTH = 6;
+constexpr uint32_t EXTENDED_LOCKED = 1 << 1; // NTF_EXT_LOCKED, of kernels from 6.2 on
 
 struct Listing {
     uint32_t skip;
@@ -102,6 +104,10 @@ LinuxMacEntry linuxMacEntryRead(const nlmsghdr *message) {
                 entry.vlan = mnl_attr_get_u16(attribute);
             }
             break;
+        case NDA_FLAGS_EXT:
+            entry.refused =
+                mnl_attr_validate(attribute, MNL_TYPE_U32) >= 0 && (mnl_attr_get_u32(attribute) & EXTENDED_LOCKED) != 0;
+            break;
         case NDA_MASTER:
             if (mnl_attr_validate(attribute, MNL_TYPE_U32) >= 0) {
                 entry.bridge = mnl_attr_get_u32(attribute);
@@ -122,7 +128,8 @@ uint32_t linuxMacList(uint32_t start, LinuxMacStatus *out, uint32_t room, bool *
     return listing.count;
 }
 
-static bool askKernel(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place) {
+// Asks the kernel; keeps its answer, unless that says more than the place.
+static bool askKernel(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place, bool *refused) {
     LinuxNetlinkQuestion asked{};
     nlmsghdr *message = question(&asked, NLM_F_REQUEST);
     mnl_attr_put_u32(message, NDA_MASTER, linuxLinks[LINUX_LINK_BRIDGE].ifindex);
@@ -135,20 +142,38 @@ static bool askKernel(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place) {
         return false;
     }
     place->port = portOf(entry.ifindex, &place->trunk);
+    *refused = entry.refused;
+    if (place->port != 0 && !entry.refused) {
+        linuxMacCacheKeep(mac, vlan, *place);
+    }
     return place->port != 0;
 }
 
-extern "C" int32_t smdVDMacGet(SmdMacQuery *q) {
-    if (q == nullptr || (q->mac[0] & 1u) != 0 || (linuxBridge.vlanFiltering != 0 && q->vlan == 0)) {
-        return -1;
+// `vlan` as the bridge has it in its table: one that does not filter VLANs learns without them.
+static bool lookUp(const uint8_t *mac, uint32_t vlan, LinuxMacPlace *place, bool *refused) {
+    const bool filtering = linuxBridge.vlanFiltering != 0;
+    const uint16_t learned = filtering ? static_cast<uint16_t>(vlan) : uint16_t{0};
+    *refused = false;
+    if ((mac[0] & 1u) != 0 || (filtering && learned == 0)) {
+        return false;
     }
-    const uint16_t vlan = linuxBridge.vlanFiltering != 0 ? q->vlan : uint16_t{0}; // otherwise the bridge learns without tags
+    return linuxMacCacheFind(mac, learned, place) || askKernel(mac, learned, place, refused);
+}
+
+bool linuxMacIsBehind(uint32_t port0, const uint8_t *mac, uint32_t vlan) {
     LinuxMacPlace place{};
-    if (!linuxMacCacheFind(q->mac, vlan, &place)) {
-        if (!askKernel(q->mac, vlan, &place)) {
-            return -1;
-        }
-        linuxMacCacheKeep(q->mac, vlan, place);
+    bool refused = false;
+    if (!lookUp(mac, vlan, &place, &refused) || refused || place.trunk != linuxPortTrunk(port0)) {
+        return false;
+    }
+    return place.trunk != LINUX_NO_TRUNK || place.port == port0 + 1;
+}
+
+extern "C" int32_t smdVDMacGet(SmdMacQuery *q) {
+    LinuxMacPlace place{};
+    bool refused = false;
+    if (q == nullptr || !lookUp(q->mac, q->vlan, &place, &refused)) {
+        return -1;
     }
     q->flags = place.trunk != LINUX_NO_TRUNK ? SMD_MAC_ON_TRUNK : 0;
     q->port = place.port;

@@ -15,10 +15,15 @@ struct LinuxMacEntry {
     uint32_t bridge;
     uint16_t vlan; // 0 where the bridge does not filter VLANs
     uint8_t mac[6];
-    bool local; // the switch's own address
+    bool local;   // the switch's own address
+    bool refused; // of a station that a locked port has seen and does not let in
 };
 
 [[nodiscard]] LinuxMacEntry linuxMacEntryRead(const nlmsghdr *message);
+
+// Whether the bridge knows the station behind the port index, or behind its bond, and lets it in: what a locked port wants.
+// Asks the kernel when that is not remembered.
+[[nodiscard]] bool linuxMacIsBehind(uint32_t port0, const uint8_t *mac, uint32_t vlan);
 
 // Reads entries of the switch's bridge from number `start` on, in the kernel's order, at most `room` of them. Returns how many;
 // *more tells whether there are further ones.

@@ -74,11 +74,13 @@ int onNotification(const nlmsghdr *message, void *) {
     return linuxLinksApply(message, nullptr);
 }
 
+// A socket that has lost notifications loses more, and says nothing of these, until it is read to its end: only then does
+// reading everything anew help.
 void onMonitor(evutil_socket_t, short, void *) {
     bool lost = false;
     for (uint32_t i = 0; i < MONITOR_BATCH || lost; i++) {
-        ssize_t n = recv(mnl_socket_get_fd(monitor), monitorBuffer, sizeof monitorBuffer, MSG_DONTWAIT);
-        if (n < 0 && errno == ENOBUFS) {
+        ssize_t n = recv(mnl_socket_get_fd(monitor), monitorBuffer, sizeof monitorBuffer, MSG_DONTWAIT | MSG_TRUNC);
+        if ((n < 0 && errno == ENOBUFS) || n > static_cast<ssize_t>(sizeof monitorBuffer)) {
             lost = true;
         } else if (n < 0 && errno != EINTR) {
             break;
@@ -86,15 +88,12 @@ void onMonitor(evutil_socket_t, short, void *) {
             mnl_cb_run(monitorBuffer, static_cast<size_t>(n), 0, 0, onNotification, nullptr);
         }
     }
-    linuxLinksCatchUp();
     if (lost) {
         linuxL3Forget();
         linuxLog("interface notifications were lost; reading all interfaces again");
-        int32_t error = linuxLinksRead();
-        if (error != 0) {
-            linuxLog("cannot read the interfaces: %s", strerror(-error));
-        }
+        linuxLinksDoubt();
     }
+    linuxLinksCatchUp();
 }
 
 } // namespace
@@ -128,30 +127,4 @@ void linuxNetlinkWatch() {
     if (watch == nullptr || event_add(watch, nullptr) != 0) {
         linuxFatal("cannot watch the interfaces: out of memory");
     }
-}
-
-LinuxAttributes linuxAttributesOf(const nlmsghdr *message, uint32_t headerSize) {
-    uint32_t header = MNL_ALIGN(headerSize);
-    uint32_t size = static_cast<uint32_t>(mnl_nlmsg_get_payload_len(message));
-    const uint8_t *payload = static_cast<const uint8_t *>(mnl_nlmsg_get_payload(message));
-    return size < header ? LinuxAttributes{.at = payload, .left = 0}
-                         : LinuxAttributes{.at = payload + header, .left = size - header};
-}
-
-LinuxAttributes linuxAttributesIn(const nlattr *nest) {
-    return {.at = static_cast<const uint8_t *>(mnl_attr_get_payload(nest)), .left = mnl_attr_get_payload_len(nest)};
-}
-
-const nlattr *linuxAttributeNext(LinuxAttributes *attributes) {
-    const nlattr *attribute = reinterpret_cast<const nlattr *>(attributes->at);
-    if (attributes->left < sizeof(nlattr) || attribute->nla_len < sizeof(nlattr) || attribute->nla_len > attributes->left) {
-        return nullptr;
-    }
-    uint32_t step = MNL_ALIGN(static_cast<uint32_t>(attribute->nla_len));
-    if (step > attributes->left) { // the last one may go without its padding
-        step = attributes->left;
-    }
-    attributes->at += step;
-    attributes->left -= step;
-    return attribute;
 }

@@ -7,7 +7,6 @@
 
 #include <cstdint>
 
-struct nlattr;
 struct nlmsghdr;
 
 typedef int (*LinuxNetlinkAnswer)(const nlmsghdr *message, void *user);
@@ -29,13 +28,3 @@ struct LinuxNetlinkQuestion {
 
 // Hands notifications of interfaces and IPv4 addresses on from now on, through the loop.
 void linuxNetlinkWatch();
-
-// The attributes of a message or of a nest, one after the other. An attribute that does not fit ends the walk.
-struct LinuxAttributes {
-    const uint8_t *at;
-    uint32_t left;
-};
-
-[[nodiscard]] LinuxAttributes linuxAttributesOf(const nlmsghdr *message, uint32_t headerSize);
-[[nodiscard]] LinuxAttributes linuxAttributesIn(const nlattr *nest);
-[[nodiscard]] const nlattr *linuxAttributeNext(LinuxAttributes *attributes); // null at the end

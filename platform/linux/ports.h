@@ -26,6 +26,8 @@ struct LinuxLink {
     uint32_t master;       // ifindex of the bridge or bond that it is in, 0 for none
     uint32_t running;      // 1 when it is up and has a carrier
     uint32_t stpState;     // BR_STATE_*, when it is in a bridge
+    uint32_t isolated;     // 1 when nothing goes from it to another one of these
+    uint32_t locked;       // 1 when only stations that the bridge knows behind it may send
     uint32_t backup;       // 1 for a bond's member that the bond does not use now
     uint32_t trunk;        // of a bond: its trunk id
     uint32_t activeMember; // of a bond that balances by load: ifindex of the member that hears what is flooded, else 0

@@ -133,7 +133,7 @@ struct LinuxPortCounters { // frames since the daemon started
     uint64_t dropMalformed; // headers that cannot be walked, or a UDP header that is cut off
     uint64_t dropFragment;  // first fragments of DHCPv6 messages
     uint64_t dropVlan;      // in a VLAN that the port is not a member of
-    uint64_t dropState;     // on a port that is not forwarding, or not in this VLAN
+    uint64_t dropState;     // on a port that is not forwarding, or not in this VLAN, or locked to the sender
     uint64_t dropOversize;  // longer than SMD_FRAME_MAX
     uint64_t kernelDropped; // lost because the socket's buffer was full
 };

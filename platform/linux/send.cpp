@@ -122,11 +122,12 @@ void enqueue(uint32_t link, uint8_t *frame, uint32_t length, bool strip) {
 }
 
 // The link that a frame to this port leaves by, or LINUX_NO_LINK when it cannot.
-uint32_t egress(uint32_t link, uint32_t vlan) {
+uint32_t egress(uint32_t link, const SmdPktCtl *ctl, uint32_t vlan) {
     if (link == LINUX_NO_LINK || !linuxLinkSends(link) || socketOf(link) < 0 || !linuxVlanForwards(link, vlan)) {
         return LINUX_NO_LINK;
     }
-    return link;
+    const bool keptApart = linuxLinks[link].isolated != 0 && ctl != nullptr && ctl->platform[LINUX_CTL_ISOLATED] != 0;
+    return keptApart ? LINUX_NO_LINK : link;
 }
 
 bool acceptable(const uint8_t *frame, uint32_t length) {
@@ -203,7 +204,7 @@ int32_t smdVDPktSendPort(uint8_t *frame, uint32_t length, SmdPktCtl *ctl, uint16
     if (port0 >= LINUX_PORTS_MAX) {
         return -1;
     }
-    uint32_t link = egress(linuxBridgeLink(port0), vlan);
+    uint32_t link = egress(linuxBridgeLink(port0), ctl, vlan);
     if (link == LINUX_NO_LINK) {
         return -1;
     }
@@ -227,7 +228,7 @@ int32_t smdVDPktSendPortlist(uint8_t *frame, uint32_t length, SmdPktCtl *ctl, ui
     for (uint64_t left = portBits(*list); left != 0;) {
         uint32_t p = static_cast<uint32_t>(std::countl_zero(left));
         left &= ~(uint64_t{1} << (63 - p));
-        uint32_t link = p < LINUX_PORTS_MAX ? egress(linuxBridgeLink(p), vlan) : LINUX_NO_LINK;
+        uint32_t link = p < LINUX_PORTS_MAX ? egress(linuxBridgeLink(p), ctl, vlan) : LINUX_NO_LINK;
         if (link == LINUX_NO_LINK) {
             result = -1;
             continue;

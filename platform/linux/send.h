@@ -9,8 +9,10 @@
 
 #include "platform/libsmd.h"
 
-// The word of SmdPktCtl::platform that says whether the daemon's copy of the frame has a tag that it did not come with: 1 then.
+// The words of SmdPktCtl::platform that say whether the daemon's copy of the frame has a tag that it did not come with, and
+// whether it came in by an isolated port: 1 then.
 inline constexpr uint32_t LINUX_CTL_TAG = 0;
+inline constexpr uint32_t LINUX_CTL_ISOLATED = 1;
 
 // Sends what is queued.
 void linuxSendFlush();

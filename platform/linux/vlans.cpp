@@ -6,7 +6,7 @@
 #include <linux/if_bridge.h>
 #include <linux/rtnetlink.h>
 
-#include "platform/linux/netlink.h"
+#include "platform/linux/attributes.h"
 
 namespace {
 

@@ -1,0 +1,96 @@
+// Interfaces that come, go, and are spoken of in messages that are cut.
+
+#include "platform/linux/links.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <libmnl/libmnl.h>
+#include <linux/if_bridge.h>
+#include <linux/if_link.h>
+#include <linux/rtnetlink.h>
+#include <memory>
+#include <sys/socket.h>
+
+#include "linux_interfaces.h"
+#include "platform/libvlan.h"
+#include "platform/linux/ports.h"
+#include "platform/linux/vlans.h"
+
+class LinuxLinks : public LinuxInterfaces {};
+
+TEST_F(LinuxLinks, LeavesOutPortsThatDoNotForward) {
+    tellState(P2, "p2", BR_STATE_LEARNING, {});
+    EXPECT_EQ(members(1), 0x80u);
+    EXPECT_FALSE(linuxPortReceives(1));
+    tellState(P2, "p2", BR_STATE_FORWARDING, {});
+    EXPECT_EQ(members(1), 0xC0u);
+    tellInterface(P2, "p2", 0); // left the bridge
+    EXPECT_EQ(members(1), 0x80u);
+    tellGone(P1, "p1");
+    EXPECT_EQ(members(1), 0u);
+    EXPECT_EQ(linuxLinks[0].ifindex, 0u);
+    tellInterface(P1 + 50, "p1", BRIDGE); // came back under another number
+    EXPECT_EQ(members(1), 0x80u);
+    tellInterface(P1 + 50, "other", BRIDGE); // renamed
+    EXPECT_EQ(members(1), 0u);
+}
+
+// Wireless drivers say that something happened; what such a message does not describe has not gone.
+TEST_F(LinuxLinks, AMessageThatIsOnlyAnEventChangesNothing) {
+    LinkMessage message{};
+    startLink(&message, RTM_NEWLINK, AF_UNSPEC, P1, "p1");
+    mnl_attr_put_u32(message.header, IFLA_WIRELESS, 0);
+    linuxLinksApply(message.header, nullptr);
+    EXPECT_EQ(linuxLinks[0].master, BRIDGE);
+    EXPECT_EQ(members(1), 0xC0u);
+}
+
+// A network card with a switch inside is asked for its VLANs in the same way as a bridge, and answers with its mode.
+TEST_F(LinuxLinks, TheSwitchInsideANetworkCardIsNotTheBridge) {
+    filterVlans();
+    LinkMessage message{};
+    startLink(&message, RTM_NEWLINK, AF_BRIDGE, P1, "p1");
+    nlattr *nest = mnl_attr_nest_start(message.header, IFLA_AF_SPEC);
+    mnl_attr_put_u16(message.header, IFLA_BRIDGE_FLAGS, BRIDGE_FLAGS_SELF);
+    mnl_attr_put_u16(message.header, IFLA_BRIDGE_MODE, BRIDGE_MODE_VEB);
+    mnl_attr_nest_end(message.header, nest);
+    linuxLinksApply(message.header, nullptr);
+    EXPECT_EQ(members(10), 0x80u);
+    EXPECT_EQ(linuxVlanNative(0), 10);
+}
+
+TEST_F(LinuxLinks, APortThatTheBridgeLetsGoOfIsInNoVlan) {
+    filterVlans();
+    LinkMessage message{};
+    startLink(&message, RTM_DELLINK, AF_BRIDGE, P1, "p1");
+    linuxLinksApply(message.header, nullptr);
+    EXPECT_EQ(linuxVlanNative(0), 0);
+    EXPECT_EQ(vlan_exist(10), 0);
+    EXPECT_FALSE(linuxPortReceives(0));
+    EXPECT_EQ(linuxLinks[0].ifindex, P1); // the interface itself is still there
+}
+
+static void tellCut(LinkMessage *message) {
+    const uint32_t whole = message->header->nlmsg_len;
+    for (uint32_t length = NLMSG_HDRLEN; length <= whole; length++) {
+        std::unique_ptr<uint8_t[]> exact(new uint8_t[length]);
+        message->header->nlmsg_len = length;
+        memcpy(exact.get(), message->bytes.data(), length);
+        linuxLinksApply(reinterpret_cast<const nlmsghdr *>(exact.get()), nullptr);
+    }
+}
+
+// Messages that are cut, or whose attributes lie about their length, change nothing outside the table and end.
+TEST_F(LinuxLinks, ReadsNoMessageBehindItsEnd) {
+    LinkMessage message{};
+    startLink(&message, RTM_NEWLINK, AF_BRIDGE, P1, "p1");
+    nlattr *nest = mnl_attr_nest_start(message.header, IFLA_AF_SPEC);
+    bridge_vlan_info entry = {.flags = 0, .vid = 0xFFFF};
+    mnl_attr_put(message.header, IFLA_BRIDGE_VLAN_INFO, sizeof entry, &entry);
+    mnl_attr_nest_end(message.header, nest);
+    tellCut(&message);
+    startVlan(&message, RTM_NEWVLAN, P1, 10, 0xFFFF, BR_STATE_BLOCKING);
+    tellCut(&message);
+    EXPECT_EQ(linuxLinks[0].ifindex, P1);
+    EXPECT_FALSE(linuxVlanExists(0xFFFF));
+}
