@@ -33,7 +33,7 @@ class Switch:
             netns.sysctl(name, "net.ipv4.igmp_link_local_mcast_reports", 0)
         _batch([f"link add {BRIDGE} type bridge", f"link set {BRIDGE} up", "link set lo up"], "-n", self.namespace)
         for port in self.ports:
-            self.plug(port)
+            self._cable(port)
 
     def _namespaces(self):
         return [self.namespace] + [self.host(port) for port in self.ports]
@@ -43,7 +43,17 @@ class Switch:
         return f"{self.prefix}host{port}"
 
     def plug(self, port):
-        """Makes the cable of a port, with the host's end up first, and puts the port into the bridge."""
+        """Makes the cable of a port anew, and returns when the bridge takes frames from it: the kernel notices a carrier in its
+        own time."""
+        self._cable(port)
+        end = time.monotonic() + TIMEOUT
+        while "state forwarding" not in netns.run(self.namespace, "bridge", "link", "show", "dev", f"p{port}"):
+            if time.monotonic() > end:
+                raise AssertionError(f"port {port} does not forward")
+            time.sleep(0.002)
+
+    def _cable(self, port):
+        """The cable of a port, with the host's end up first, and the port in the bridge."""
         _batch([f"link add eth0 type veth peer name p{port} netns {self.namespace}", "link set eth0 up"], "-n", self.host(port))
         _batch([f"link set p{port} master {BRIDGE} up"], "-n", self.namespace)
 
