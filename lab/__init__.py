@@ -10,6 +10,7 @@ netns      doing something in a network namespace
 switch     the bridge, its ports and its hosts
 wire       frames as they are: send, capture, count
 storm      one host sends as fast as it can
+patience   how long it waits
 memory     how much of it a process uses
 flow       where did it go: what came out of which port, and nothing else
 frames     Ethernet, IPv6 with extension headers, UDP, DHCPv6: built and read in words

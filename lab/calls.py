@@ -5,6 +5,7 @@ import os
 import socket
 import struct
 
+from . import patience
 from .frames import ip_text, mac_text
 
 HEADER = struct.Struct("<HHIHHiQ")  # type, version, request id, flags, payload length, result, zero
@@ -48,7 +49,7 @@ def vlan_list(*vlans):
 def connect(folder):
     """A connection to the daemon whose run folder this is; OSError when nobody answers."""
     link = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
-    link.settimeout(20)
+    link.settimeout(patience.seconds(20))
     try:
         link.connect(os.path.join(folder, "snoopd6.sock"))
     except OSError:

@@ -9,9 +9,9 @@ import signal
 import subprocess
 import time
 
-from . import netns
+from . import netns, patience
 
-TIMEOUT = 30.0
+TIMEOUT = patience.seconds(30.0)
 _numbers = itertools.count(1)
 
 

@@ -9,10 +9,10 @@ import signal
 import subprocess
 import time
 
-from . import calls, frames, netns
+from . import calls, frames, netns, patience
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-TIMEOUT = 30.0  # seconds until the daemon must be ready or gone; development builds on a busy machine are slow
+TIMEOUT = patience.seconds(30.0)  # seconds until the daemon must be ready or gone; development builds on a busy machine are slow
 SANITIZER_EXIT = 99
 NAMED = 'hostname "$1" && exec "$2"'  # a program on a machine of this name
 ANY_MAC = "00:00:00:00:00:00"

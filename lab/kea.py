@@ -6,10 +6,10 @@ import pathlib
 import subprocess
 import time
 
-from . import netns
+from . import netns, patience
 
 FOLDERS = ("/etc/kea", "/var/lib", "/var/log", "/run")
-TIMEOUT = 20.0
+TIMEOUT = patience.seconds(20.0)
 
 
 def whole_link(prefix, delegated):

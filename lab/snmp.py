@@ -11,14 +11,14 @@ import signal
 import subprocess
 import time
 
-from . import daemon, netns
+from . import daemon, netns, patience
 
 PORT = 1161
 ROOT = "1.3.6.1.4.1.47119.1.2.4.9"
 NAME = "TQZ-L2-DHCP6SNOOPING-MIB"
 FILE = daemon.ROOT / "mibs" / NAME
 BASE = daemon.ROOT / "tests" / "mibs"  # the modules that FILE imports from
-TIMEOUT = 20.0
+TIMEOUT = patience.seconds(20.0)
 INTEGER, TEXT, HEX = "i", "s", "x"  # types of a set
 NO_OBJECT, NO_INSTANCE, END = "No Such Object", "No Such Instance", "No more variables"
 
@@ -161,7 +161,7 @@ class Manager:
         return self._run(tool, options, words, dict(MIBS=NAME, MIBDIRS=f"{BASE}:{FILE.parent}"))
 
     def _run(self, tool, options, words, environment):
-        line = [tool, "-v2c", "-c", "lab", "-t", "8", "-r", "0", *options, f"udp:127.0.0.1:{PORT}", *words]
+        line = [tool, "-v2c", "-c", "lab", "-t", str(patience.seconds(8)), "-r", "0", *options, f"udp:127.0.0.1:{PORT}", *words]
         done = subprocess.run(
             netns.command(self.switch.namespace, line),
             env=dict(os.environ, SNMP_PERSISTENT_DIR=f"/run/{self.switch.prefix}snmp/state", **environment),

@@ -5,7 +5,7 @@ import socket
 import struct
 import time
 
-from . import frames, netns
+from . import frames, netns, patience
 
 SOL_PACKET, PACKET_AUXDATA, PACKET_VERSION, PACKET_IGNORE_OUTGOING = 263, 8, 10, 23
 SO_RCVBUFFORCE = 33
@@ -13,7 +13,7 @@ ETH_P_ALL = 3
 STATUS_CSUM_NOT_READY, STATUS_VLAN_VALID, STATUS_TPID_VALID = 1 << 3, 1 << 4, 1 << 6
 AUXDATA = struct.Struct("=IIIHHHH")  # status, length, captured, offsets of MAC and network header, tag, tag protocol
 RECEIVE_BUFFER = 64 << 20  # bytes; holds the 10,000 frames of the largest burst several times over
-TIMEOUT = 20.0  # seconds until a frame that should have come counts as lost
+TIMEOUT = patience.seconds(20.0)  # seconds until a frame that should have come counts as lost
 
 
 class Wire:

@@ -1,7 +1,6 @@
 """A storm from one port, and everybody else."""
 
 import concurrent.futures
-import ctypes
 import itertools
 import os
 import socket
@@ -10,6 +9,7 @@ import time
 
 from bench import crowd, lane, result, svg
 from lab import calls, frames, netns, snmp
+from lab.storm import only_from
 from lab.wire import Wire
 
 TITLE = "A storm of spoofed clients on one port, and everybody else"
@@ -26,20 +26,8 @@ SHORT_LEASES, SHORT = 100, 3  # clients, seconds
 PATIENCE = 2.0  # seconds
 SECONDS = 13  # after which an aging pass has seen every short lease run out
 ASKING = 16  # MACs of the asking client, one after the other
-SO_ATTACH_FILTER = 26
-LOAD_HALF, EQUAL, RETURN = 0x28, 0x15, 0x06  # of the classic packet filter
-FROM_US = 0x020C  # the first bytes of the asking client's MACs and of nobody else's
-SERVER_MAC = 0x025E
-
-
-def _only_from(wire, start):
-    """The wire's socket sees only frames whose source MAC starts so: the storm's stay in the kernel."""
-    code = ((LOAD_HALF, 0, 0, 6), (EQUAL, 0, 1, start), (RETURN, 0, 0, 65535), (RETURN, 0, 0, 0))
-    program = b"".join(struct.pack("=HBBI", *step) for step in code)
-    buffer = ctypes.create_string_buffer(program, len(program))
-    wire.socket.setsockopt(socket.SOL_SOCKET, SO_ATTACH_FILTER, struct.pack("HP", len(code), ctypes.addressof(buffer)))
-    wire.take()
-    return wire
+FROM_US = b"\x02\x0c"  # the first bytes of the asking client's MACs and of nobody else's
+SERVER_MAC = b"\x02\x5e"
 
 
 def _reply(mac, valid, transaction=0x010203):
@@ -219,8 +207,8 @@ def answer(effort):
     rate, seconds = effort(100_000, 10_000), effort(SECONDS, 3)
     with crowd.daemon("s1-") as running, snmp.managed(running):
         running.call(calls.PORT_MAX, STORM_PORT, STORM_CLIENTS)
-        asker = _only_from(Wire(running.switch.host(CLIENT_PORT), "eth0"), SERVER_MAC)
-        server = _only_from(Wire(running.switch.host(SERVER_PORT), "eth0"), FROM_US)
+        asker = only_from(Wire(running.switch.host(CLIENT_PORT), "eth0"), SERVER_MAC)
+        server = only_from(Wire(running.switch.host(SERVER_PORT), "eth0"), FROM_US)
         try:
             phases = {
                 "calm": _phase(running, (asker, server), seconds, 0),
