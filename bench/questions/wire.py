@@ -57,7 +57,7 @@ def _answer(costs, lost, load):
             rows.append([f"{words}: {name}", cost.text(), cost.range(), f"{1e9 / cost.middle:,.0f}", compared])
             cost_bars.append(cost.bar(f"{kind.upper()}: {name}", shade=shade))
             if compared:
-                ratio_bars.append(ratio.bar(f"{kind.upper()}: to {name}", digits=2, shade=shade))
+                ratio_bars.append(ratio.bar(f"{kind.upper()}: {name}", digits=2, shade=shade))
     columns = ["", "CPU ns a frame", "lowest to highest", "frames a CPU-second", "snoopd6 to this one"]
     missing = ", ".join(f"{name} {count:,}" for name, count in lost.items() if count)
     lost_words = f"Lost: {missing}." if missing else "Nothing was lost."
