@@ -2,6 +2,7 @@
 its own, so that nothing but the load passes; all are measured alike, by the CPU time that the kernel charges to the process
 (/proc/PID/schedstat) and by the frames that come out at the other end."""
 
+import contextlib
 import os
 import pathlib
 import subprocess
@@ -30,8 +31,10 @@ def tool(name):
 
 
 def favour(pid, processor):
+    """Without the right to raise a priority, as in some containers, the figures only vary more."""
     os.sched_setaffinity(pid, {processor})
-    os.setpriority(os.PRIO_PROCESS, pid, PRIORITY)
+    with contextlib.suppress(PermissionError):
+        os.setpriority(os.PRIO_PROCESS, pid, PRIORITY)
 
 
 def sender():
