@@ -3,10 +3,7 @@ netlinkscript.h."""
 
 import struct
 
-
-def b(*values):
-    return bytes(values)
-
+from seedwords import b
 
 (NEWS_LINK, NEWS_LINK_GONE, NEWS_PORT, NEWS_PORT_GONE, NEWS_VLAN, NEWS_VLAN_GONE, NEWS_NEIGHBOUR, NEWS_RAW, NEWS_READ,
  NEWS_CATCH_UP, NEWS_LOOK_UP) = range(11)  # fmt: skip
