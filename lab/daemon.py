@@ -209,6 +209,11 @@ class Daemon:
     def counters(self, port):
         return calls.counters(self.link)[port]
 
+    def grown(self, port, before):
+        """The counters of a port that have moved since, and by how much."""
+        after = self.counters(port)
+        return {name: after[name] - before[name] for name in after if after[name] != before[name]}
+
     def until(self, condition, what, timeout=TIMEOUT):
         """Waits for something that happens in the daemon; `condition` is asked again and again."""
         end = time.monotonic() + timeout

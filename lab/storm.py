@@ -123,6 +123,40 @@ class Storm:
         self.stop()
 
 
+class Stormy:
+    """A storm, and what the daemon counts of it."""
+
+    def __init__(self, daemon, switch, port, *frames, **words):
+        self.daemon, self.switch, self.port = daemon, switch, port
+        self.before, self.cable = daemon.counters(port), carried(switch, port)
+        self.storm = Storm(switch, port, *frames, **words)
+
+    def received(self):
+        return self.daemon.counters(self.port)["received"] - self.before["received"]
+
+    def reached(self, frames):
+        return lambda: self.received() >= frames
+
+    def until_felt(self, frames=1000):
+        self.daemon.until(self.reached(frames), f"{frames} frames of the storm are taken")
+
+    def end(self):
+        """When all of it has come to its end: what the port's counters say. The cable carried every frame or lost it, and those
+        that it carried were taken, or lost because the port's socket was full."""
+        sent = self.storm.stop()
+        passed, lost = (now - before for now, before in zip(carried(self.switch, self.port), self.cable))
+        assert passed + lost == sent
+
+        def taken():
+            counted = self.daemon.grown(self.port, self.before)
+            return counted["received"] + counted.get("kernelDropped", 0) == passed
+
+        self.daemon.until(taken, "the daemon has taken what the kernel handed over")
+        counted = self.daemon.grown(self.port, self.before)
+        counted.pop("kernelDropped", None)
+        return counted
+
+
 def only_from(wire, start):
     """The wire sees only frames whose source MAC starts with these two bytes: what else there is stays in the kernel."""
     code = ((LOAD_HALF, 0, 0, SENDER), (EQUAL, 0, 1, int.from_bytes(start, "big")), (RETURN, 0, 0, 65535), (RETURN, 0, 0, 0))

@@ -9,116 +9,18 @@ import time
 import pytest
 from lab import calls, memory, vlans
 from lab.daemon import Daemon
+from lab.exchanges import OF_CLIENTS, OF_SERVER, SERVER, Exchanges, address_of, answers, asks
 from lab.frames import (
-    ADVERTISE, ETH_MARKER, FRAGMENT, RELAY_REPL, RENEW, REPLY, REQUEST, SERVERS, SERVERS_MAC, SOLICIT, UDP, ethernet,
+    ADVERTISE, ETH_MARKER, FRAGMENT, RELAY_REPL, RENEW, REPLY, SERVERS, SERVERS_MAC, SOLICIT, UDP, ethernet,
     fragment_header, from_client, from_server, ia_na, ipv6, link_local, mac_bytes, mac_number, mac_text, message, relay_message,
 )  # fmt: skip
-from lab.storm import RECEIVER, SPOOFED, Storm, carried, only_from
+from lab.storm import RECEIVER, SPOOFED, Storm, Stormy, carried, only_from
 
 STORMY, CALM, QUIET, UPLINK = 1, 2, 3, 4  # ports
 LIMIT, CAPACITY = 256, 2048  # clients: of the stormy port, as an operator would have it; of the table
 TURN = 64  # frames that the daemon takes before it looks at anything else
-SERVER = "02:5e:00:00:00:01"
-OF_CLIENTS, OF_SERVER = mac_bytes(mac_number(0))[:2], mac_bytes(SERVER)[:2]  # the first bytes of their MACs
 ANYBODY = mac_text(SPOOFED + bytes(4))
 SPOOF = from_client(SOLICIT, ANYBODY)
-
-
-def address_of(number):
-    return f"2001:db8::{number:x}"
-
-
-def asks(kind, number, tags=()):
-    return from_client(kind, mac_number(number), transaction=kind << 16 | number, tags=tags)
-
-
-def answers(kind, number, valid=7200, tags=()):
-    leases = ia_na([address_of(number)], preferred=valid, valid=valid)
-    return from_server(kind, mac_number(number), leases, kind << 16 | number, tags=tags, server=SERVER)
-
-
-def grown(daemon, port, before):
-    after = daemon.counters(port)
-    return {name: after[name] - before[name] for name in after if after[name] != before[name]}
-
-
-class Exchanges:
-    """What the clients on the calm port and the server say to each other: each message is sent when the one before it has come
-    out. `check` finds all of them, each once, in order, unchanged, and nothing else of theirs."""
-
-    def __init__(self, daemon, switch):
-        self.daemon = daemon
-        self.client, self.server = only_from(switch.wire(CALM), OF_SERVER), only_from(switch.wire(UPLINK), OF_CLIENTS)
-        self.asked, self.answered = [], []
-        self.before = {port: daemon.counters(port) for port in (CALM, UPLINK)}
-
-    def ask(self, *message, **words):
-        self._pass(self.client, asks(*message, **words), self.server, self.asked)
-
-    def answer(self, *message, **words):
-        self._pass(self.server, answers(*message, **words), self.client, self.answered)
-
-    def _pass(self, here, frame, there, sent):
-        sent.append(frame)
-        here.send(frame)
-        assert len(there.wait(len(sent))) == len(sent), f"message {len(sent)} to {there.name} did not come out"
-
-    def whole(self, number, valid=7200, tags=()):
-        self.ask(SOLICIT, number, tags=tags)
-        self.answer(ADVERTISE, number, tags=tags)
-        self.ask(REQUEST, number, tags=tags)
-        self.answer(REPLY, number, valid, tags=tags)
-
-    def run(self, numbers, enough):
-        """An exchange for each number, and more of the last until it is enough. Numbers of the clients that were served."""
-        numbers = list(numbers)
-        for number in numbers:
-            self.whole(number)
-        while not enough():
-            self.whole(numbers[-1])
-        return numbers
-
-    def check(self):
-        assert self.server.take() == self.asked
-        assert self.client.take() == self.answered
-        for port, sent in ((CALM, self.asked), (UPLINK, self.answered)):
-            counted = grown(self.daemon, port, self.before[port])
-            counted.pop("sent")
-            assert counted == {"received": len(sent), "delivered": len(sent)}, port
-
-
-class Stormy:
-    """A storm, and what the daemon counts of it."""
-
-    def __init__(self, daemon, switch, port, *frames, **words):
-        self.daemon, self.switch, self.port = daemon, switch, port
-        self.before, self.cable = daemon.counters(port), carried(switch, port)
-        self.storm = Storm(switch, port, *frames, **words)
-
-    def received(self):
-        return self.daemon.counters(self.port)["received"] - self.before["received"]
-
-    def reached(self, frames):
-        return lambda: self.received() >= frames
-
-    def until_felt(self, frames=1000):
-        self.daemon.until(self.reached(frames), f"{frames} frames of the storm are taken")
-
-    def end(self):
-        """When all of it has come to its end: what the port's counters say. The cable carried every frame or lost it, and those
-        that it carried were taken, or lost because the port's socket was full."""
-        sent = self.storm.stop()
-        passed, lost = (now - before for now, before in zip(carried(self.switch, self.port), self.cable))
-        assert passed + lost == sent
-
-        def taken():
-            counted = grown(self.daemon, self.port, self.before)
-            return counted["received"] + counted.get("kernelDropped", 0) == passed
-
-        self.daemon.until(taken, "the daemon has taken what the kernel handed over")
-        counted = grown(self.daemon, self.port, self.before)
-        counted.pop("kernelDropped", None)
-        return counted
 
 
 @pytest.fixture
@@ -136,7 +38,7 @@ def storm(daemon, switch):
 
 @pytest.fixture
 def exchanges(daemon, switch):
-    return Exchanges(daemon, switch)
+    return Exchanges(daemon, switch, CALM, UPLINK)
 
 
 @pytest.fixture
@@ -154,8 +56,8 @@ def test_clients_of_another_port_are_served(daemon, limited, exchanges, storm):
     counted = on.end()
     exchanges.check()
     assert counted == {"received": counted["received"], "delivered": counted["received"]}
-    assert grown(daemon, CALM, exchanges.before[CALM])["sent"] == len(exchanges.answered)
-    assert grown(daemon, UPLINK, exchanges.before[UPLINK])["sent"] == LIMIT + len(exchanges.asked)
+    assert daemon.grown(CALM, exchanges.before[CALM])["sent"] == len(exchanges.answered)
+    assert daemon.grown(UPLINK, exchanges.before[UPLINK])["sent"] == LIMIT + len(exchanges.asked)
     assert {mac: set(client["leases"]) for mac, client in daemon.clients().items()} == {
         mac_number(number): {f"{address_of(number)}/128"} for number in numbers
     }
@@ -212,8 +114,8 @@ def test_a_storm_of_what_goes_nowhere(daemon, switch, exchanges, storm, frame, c
     counted = on.end()
     exchanges.check()
     assert counted == {"received": counted["received"], counter: counted["received"]}
-    assert grown(daemon, CALM, exchanges.before[CALM])["sent"] == len(exchanges.answered)
-    assert grown(daemon, UPLINK, exchanges.before[UPLINK])["sent"] == len(exchanges.asked)
+    assert daemon.grown(CALM, exchanges.before[CALM])["sent"] == len(exchanges.answered)
+    assert daemon.grown(UPLINK, exchanges.before[UPLINK])["sent"] == len(exchanges.asked)
     assert quiet.take() == []
     assert {mac: set(client["leases"]) for mac, client in daemon.clients().items()} == {
         mac_number(number): {f"{address_of(number)}/128"} for number in numbers
@@ -236,7 +138,7 @@ def test_a_storm_in_a_vlan_that_the_port_is_not_in(daemon, switch, storm):
     vlans.filtering(switch)
     daemon.until(lambda: calls.switch_status(daemon.link)["vlanFiltering"] == 1, "the daemon hears of it")
     daemon.until(lambda: vlans.known(daemon) == {1: ([*switch.ports], [*switch.ports])}, "and of the VLANs")
-    exchanges = Exchanges(daemon, switch)
+    exchanges = Exchanges(daemon, switch, CALM, UPLINK)
     on = storm(from_client(SOLICIT, ANYBODY, tags=(77,)))
     on.until_felt()
     exchanges.run(range(1, 31), on.reached(5000))
@@ -256,8 +158,8 @@ def test_a_storm_from_the_servers_side(daemon, switch, exchanges, storm):
     exchanges.check()
     flooded = counted["received"]
     assert counted == {"received": flooded, "delivered": flooded, "sent": len(exchanges.asked)}
-    assert grown(daemon, CALM, exchanges.before[CALM])["sent"] == flooded + len(exchanges.answered)
-    assert grown(daemon, UPLINK, exchanges.before[UPLINK])["sent"] == flooded + len(exchanges.asked)
+    assert daemon.grown(CALM, exchanges.before[CALM])["sent"] == flooded + len(exchanges.answered)
+    assert daemon.grown(UPLINK, exchanges.before[UPLINK])["sent"] == flooded + len(exchanges.asked)
 
 
 def test_two_storms_at_once(daemon, limited, exchanges, storm):
@@ -400,7 +302,7 @@ def test_leases_run_out_and_memory_stays(switch, request):
         daemon = Daemon(switch, sanitizer="quarantine_size_mb=1").start()
     try:
         daemon.snoop(UPLINK).call(calls.PORT_MAX, STORMY, LIMIT)
-        exchanges = Exchanges(daemon, switch)
+        exchanges = Exchanges(daemon, switch, CALM, UPLINK)
         on = Stormy(daemon, switch, STORMY, SPOOF, distinct=1 << 16)
         with on.storm:
             for number in range(1, 101):
