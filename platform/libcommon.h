@@ -24,7 +24,8 @@ struct AvlNode {
 static_assert(sizeof(AvlNode) == 32);
 
 struct AvlTree {
-    AvlNode end; // the tree's own node: its parent is the root, left and right the first and the last record
+    AvlNode end;   // the tree's own node: its parent is the root, left and right the first and the last record
+    AvlNode *walk; // where a walk may be: the record that avlMinimumGet or avlSuccessorGet found last, or null
 };
 
 // Compares a key with a record: negative when the key comes first, 0 when they are equal, positive otherwise.

@@ -73,6 +73,9 @@ int32_t avlInsert(AvlTree *tree, void *node, const void *key, AvlCompare compare
 void *avlDelete(AvlTree *tree, const void *key, AvlCompare compare) {
     AvlNode *found = find(tree, key, compare);
     if (found != nullptr) {
+        if (tree->walk == found) {
+            tree->walk = nullptr;
+        }
         Avl::erase(&tree->end, found);
     }
     return found;
@@ -82,10 +85,11 @@ void *avlSearch(AvlTree *tree, const void *key, AvlCompare compare) { return fin
 
 void *avlMinimumGet(AvlTree *tree) {
     AvlNode *end = treeEnd(tree);
-    return end->left == end ? nullptr : end->left;
+    tree->walk = end->left == end ? nullptr : end->left;
+    return tree->walk;
 }
 
-void *avlSuccessorGet(AvlTree *tree, const void *key, AvlCompare compare) {
+static AvlNode *searchBehind(const AvlTree *tree, const void *key, AvlCompare compare) {
     AvlNode *behind = nullptr;
     for (AvlNode *at = tree->end.parent; at != nullptr;) {
         if (compare(key, at) < 0) {
@@ -96,4 +100,15 @@ void *avlSuccessorGet(AvlTree *tree, const void *key, AvlCompare compare) {
         }
     }
     return behind;
+}
+
+// Who walks asks with the key of the record that he got last: from there it is a step, and not a search.
+void *avlSuccessorGet(AvlTree *tree, const void *key, AvlCompare compare) {
+    if (tree->walk != nullptr && compare(key, tree->walk) == 0) {
+        AvlNode *next = Avl::next_node(tree->walk);
+        tree->walk = next == &tree->end ? nullptr : next;
+    } else {
+        tree->walk = searchBehind(tree, key, compare);
+    }
+    return tree->walk;
 }

@@ -116,6 +116,32 @@ TEST(Tree, InsertWritesTheWholeNodeAndNothingBehindIt) {
     }
 }
 
+// A walk may take records out, the one it stands on included, and others may come in between.
+TEST(Tree, AWalkGoesOnWhileRecordsComeAndGo) {
+    AvlTree tree = {};
+    std::array<Record, 6> records = {};
+    for (uint32_t i = 0; i < 5; i++) {
+        records[i].key = 10 * (i + 1);
+        ASSERT_EQ(insert(&tree, &records[i]), 0);
+    }
+    ASSERT_EQ(avlMinimumGet(&tree), &records[0]);
+    ASSERT_EQ(successor(&tree, 10), &records[1]);
+    ASSERT_EQ(remove(&tree, 20), &records[1]);
+    memset(&records[1].node, 0xA5, sizeof records[1].node);
+    EXPECT_EQ(successor(&tree, 20), &records[2]) << "the walk stood on what was taken out";
+    records[5].key = 35;
+    ASSERT_EQ(insert(&tree, &records[5]), 0);
+    EXPECT_EQ(successor(&tree, 30), &records[5]) << "what came in right behind";
+    ASSERT_EQ(remove(&tree, 35), &records[5]);
+    records[5].key = 5;
+    ASSERT_EQ(insert(&tree, &records[5]), 0);
+    EXPECT_EQ(successor(&tree, 35), &records[3]) << "the record is in the tree again, under another key";
+    EXPECT_EQ(successor(&tree, 0), &records[5]) << "from elsewhere";
+    EXPECT_EQ(successor(&tree, 40), &records[4]);
+    EXPECT_EQ(successor(&tree, 50), nullptr);
+    EXPECT_EQ(successor(&tree, 50), nullptr) << "once more at the end";
+}
+
 static uint32_t pick(std::mt19937 *random, uint32_t choices) { return static_cast<uint32_t>((*random)() % choices); }
 
 static void expectSame(AvlTree *tree, const std::map<uint32_t, Record *> &model) {
