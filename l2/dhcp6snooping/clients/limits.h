@@ -42,6 +42,14 @@ void dhcp6snooping_limits_init();
 [[nodiscard]] inline bool dhcp6snooping_port_trusted(uint32_t port0) {
     return port0 < DHCP6SNOOPING_PORTS && dhcp6SnoopingTrustPort[port0] == 1;
 }
+// All trusted ports at once, the first one's bit highest, as in a port list.
+[[nodiscard]] inline uint64_t dhcp6snooping_trusted_ports() {
+    uint32_t ports = 0;
+#pragma GCC unroll 4 // every message toward the servers comes by here
+    for (const uint32_t trust : dhcp6SnoopingTrustPort)
+        ports = ports << 1 | (trust == 1);
+    return uint64_t{ports} << (64 - DHCP6SNOOPING_PORTS);
+}
 [[nodiscard]] inline bool dhcp6snooping_port_full(uint32_t port0) {
     return port0 >= DHCP6SNOOPING_PORTS || dhcp6SnoopingPortIpNum[port0] >= dhcp6SnoopingPortMaxIP[port0];
 }

@@ -1,6 +1,7 @@
 #include "l2/dhcp6snooping/packet/forward.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "l2/dhcp6snooping/clients/limits.h"
@@ -85,11 +86,17 @@ SmdPortList other_ports(uint16_t vlan, uint32_t port) {
     return sendable;
 }
 
+// Ports that the device does not have are left as they are.
 void keep_trusted(SmdPortList *list) {
     const uint32_t ports = std::min(gul_max_port_num, LIST_BITS);
-    for (uint32_t port = 0; port < ports; ++port)
-        if (!dhcp6snooping_port_trusted(port))
-            list_clear(list, port);
+    const uint64_t beyond = ports < LIST_BITS ? ~uint64_t{0} >> ports : 0;
+    uint64_t kept = dhcp6snooping_trusted_ports() | beyond;
+    if constexpr (std::endian::native == std::endian::little)
+        kept = __builtin_bswap64(kept);
+    uint64_t ports_wanted;
+    memcpy(&ports_wanted, list->bits, sizeof ports_wanted);
+    ports_wanted &= kept;
+    memcpy(list->bits, &ports_wanted, sizeof ports_wanted);
 }
 
 } // namespace

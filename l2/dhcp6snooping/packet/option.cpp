@@ -17,13 +17,13 @@ const uint8_t *dhcp6snooping_msg_option_find(uint16_t code, uint32_t *out_len, c
     }
     while (left >= DHCP6_OPTION_HEADER) {
         const uint8_t *header = at;
-        const uint16_t found = wire_get16({at, left}, 0);
-        const uint32_t length = wire_get16({at, left}, 2);
+        const uint32_t code_and_length = wire_get32({at, left}, 0);
+        const uint32_t length = code_and_length & 0xFFFF;
         if (length > left - DHCP6_OPTION_HEADER)
             break;
         at += DHCP6_OPTION_HEADER + length;
         left -= DHCP6_OPTION_HEADER + length;
-        if (found != code)
+        if (code_and_length >> 16 != code)
             continue;
         if (out_len != nullptr)
             *out_len = length;

@@ -70,12 +70,11 @@ bool refuse_untrusted(const SnoopedMessage &message) {
 // ---- SOLICIT, REQUEST, CONFIRM, RENEW, REBIND ------------------------------------------------------------------------
 
 // A full port or VLAN lets only those through that are recorded right there.
-bool within_limits(const SnoopedMessage &message, const uint8_t *mac) {
+bool within_limits(const SnoopedMessage &message, const Dhcp6SnoopingNode *client) {
     const bool port_full = dhcp6snooping_port_full(message.port);
     const bool vlan_full = dhcp6snooping_vlan_full(message.vlan);
     if (!port_full && !vlan_full)
         return true;
-    const Dhcp6SnoopingNode *client = dhcp6snooping_get_avlnode(mac);
     if (client == nullptr)
         return false;
     if (port_full && client->port != message.port + 1)
@@ -83,9 +82,9 @@ bool within_limits(const SnoopedMessage &message, const uint8_t *mac) {
     return !vlan_full || client->vlan == message.vlan;
 }
 
-void record_client(const SnoopedMessage &message, const uint8_t *mac) {
+// client is the record that there is, or null.
+void record_client(const SnoopedMessage &message, const uint8_t *mac, Dhcp6SnoopingNode *client) {
     const uint32_t port = message.port + 1;
-    Dhcp6SnoopingNode *client = dhcp6snooping_get_avlnode(mac);
     if (client != nullptr && (client->vlan != message.vlan || client->port != port)) {
         dhcp6snooping_delete_avlnode(mac);
         client = nullptr;
@@ -117,13 +116,14 @@ void handle_client_message(const SnoopedMessage &message) {
     const uint8_t *mac = message.packet->data + FRAME_SOURCE_MAC;
     if (refuse_zero_mac(message, mac))
         return;
+    Dhcp6SnoopingNode *client = dhcp6snooping_get_avlnode(mac);
     // Trusted ports meet the limits too, although nothing is recorded there.
-    if (!within_limits(message, mac)) {
+    if (!within_limits(message, client)) {
         dhcp6snooping_debug_printf("\r\n user number reaches max of port or vlan, drop dhcpv6 %s msg", message.type_name);
         return;
     }
     if (!dhcp6snooping_port_trusted(message.port))
-        record_client(message, mac);
+        record_client(message, mac, client);
     to_servers(message);
 }
 
