@@ -44,7 +44,7 @@ int32_t ccdModuleRegister(const char *module, const CcdRegEntry *list) {
     if (linuxMibRegister(list) != 0) {
         return -1;
     }
-    strcpy(registered, module);
+    memcpy(registered, module, strlen(module) + 1);
     return 0;
 }
 
