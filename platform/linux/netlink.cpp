@@ -45,6 +45,8 @@ void readDatagram(size_t size, uint32_t seq, LinuxNetlinkAnswer answer, void *us
         }
         if (message->nlmsg_type == NLMSG_ERROR && mnl_nlmsg_get_payload_len(message) >= sizeof(nlmsgerr)) {
             reply->error = static_cast<const nlmsgerr *>(mnl_nlmsg_get_payload(message))->error;
+        } else if (message->nlmsg_type == NLMSG_DONE && mnl_nlmsg_get_payload_len(message) >= sizeof(int32_t)) {
+            memcpy(&reply->error, mnl_nlmsg_get_payload(message), sizeof reply->error); // of a list that breaks off
         } else if (message->nlmsg_type >= NLMSG_MIN_TYPE && answer != nullptr) {
             answer(message, user);
         }
