@@ -161,8 +161,18 @@ int32_t moveFilters(const Moves &moves, bool in) {
     return first == 0 ? error : first;
 }
 
+// After a refusal nobody knows what is where: all of it goes, and what is wanted comes back in.
+int32_t clearFilters() {
+    linuxNftBegin();
+    for (const char *set : {"f_port", "f_port_any", "f_vlan", "f_vlan_any", "f_native", "f_native_any"})
+        linuxNftEmpty(set);
+    return linuxNftCommit();
+}
+
 int32_t moveDenials(const Moves &moves, bool stricter) {
     linuxNftBegin();
+    if (stricter && unsettled)
+        linuxGuardQueueForget();
     for (uint32_t i = 0; i < moves.count; ++i) {
         if (stricter)
             linuxGuardQueueStricter(moves.interfaces[i]);
@@ -260,7 +270,7 @@ void linuxGuardSettle() {
     int32_t errors[5] = {followTagType(), 0, 0, 0, 0};
     if (takePlaces(&moves)) {
         errors[1] = moveDenials(moves, true);
-        errors[2] = moveFilters(moves, false);
+        errors[2] = unsettled ? clearFilters() : moveFilters(moves, false);
         errors[3] = moveFilters(moves, true);
         errors[4] = moveDenials(moves, false);
     }

@@ -87,6 +87,11 @@ void linuxGuardQueueLooser(const LinuxGuardDenialChange &change, bool strict) {
     }
 }
 
+void linuxGuardQueueForget() {
+    for (const char *set : {"guard_if", "ra_closed_if", "exempt_if", "blocked", "blocked_local"})
+        linuxNftEmpty(set);
+}
+
 void linuxGuardKeepCount(uint32_t port0) {
     if (!closed[port0])
         return;

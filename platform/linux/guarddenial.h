@@ -35,5 +35,9 @@ struct LinuxGuardDenialChange {
 void linuxGuardQueueStricter(const LinuxGuardDenialChange &change);
 void linuxGuardQueueLooser(const LinuxGuardDenialChange &change, bool strict);
 
+// Queues that no interface is closed, nor exempt. What is wanted has to be queued behind it in the same batch, as if none of it
+// were certain.
+void linuxGuardQueueForget();
+
 // Keeps what was counted for a port (by index) on the interface that it is about to leave.
 void linuxGuardKeepCount(uint32_t port0);

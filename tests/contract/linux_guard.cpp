@@ -351,6 +351,37 @@ TEST_F(LinuxGuard, ARefusalChangesNothingAndIsMadeUpFor) {
     EXPECT_EQ(linuxGuardVlanExempt(1, false), 0);
 }
 
+// What the kernel kept where the port was before goes as well, once the kernel lets it: here it refuses as long as sets are gone.
+TEST_F(LinuxGuard, ARefusedMoveLeavesNothingBehind) {
+    const LinuxGuardKey key = filter(LINUX_FILTER_PORT_VLAN, 1, 1);
+    const auto move = [](uint32_t first) { // port 1 is exempt, port 4 closed to routers
+        place(1, first, BRIDGE, 1);
+        place(4, first + 3, BRIDGE, 2);
+        linuxGuardSettle();
+    };
+    ASSERT_TRUE(linuxGuardFilterAdd(&key) == 0 && linuxGuardPortClose(1) == 0 && linuxGuardPortClose(4) == 0);
+    ASSERT_EQ(linuxGuardVlanExempt(1, true), 0);
+    ASSERT_EQ(system("nft 'flush chain bridge snoopd6 guard; flush chain bridge snoopd6 guard_2_native; "
+                     "flush chain bridge snoopd6 guard_any_vlan; flush chain bridge snoopd6 guard_2_any_vlan; "
+                     "flush chain bridge snoopd6 block; delete set bridge snoopd6 f_native'"),
+              0);
+    uint32_t at = 101;
+    for (const std::string counter : {"blocked", "blocked_local"}) {
+        ASSERT_EQ(system(("nft delete set bridge snoopd6 " + counter).c_str()), 0);
+        move(at + 10);
+        EXPECT_TRUE(has("guard_if", at) && has("ra_closed_if", at + 3) && has("exempt_if", at)) << "nothing is in force of it";
+        ASSERT_EQ(system(("nft 'add set bridge snoopd6 " + counter + " { typeof iif; counter; }'").c_str()), 0);
+        at += 20;
+        move(at); // any notification
+        EXPECT_FALSE(has("blocked", at - 20) || has("blocked_local", at - 20));
+    }
+    ASSERT_EQ(system("nft 'add set bridge snoopd6 f_native { typeof iif . ether saddr . @nh,64,128; }'"), 0);
+    linuxGuardSettle();
+    EXPECT_TRUE(linuxGuardInKernel(&key) && has("exempt_if", at) && has("guard_if", at + 3) && has("ra_closed_if", at + 3));
+    EXPECT_EQ(elements(), 1u + 1 + 2 + 2 * 3 + 1 + 1) << "tag type, VLAN, filter, two closed ones, one exempt, one to routers";
+    EXPECT_EQ(linuxGuardVlanExempt(1, false), 0);
+}
+
 TEST_F(LinuxGuard, HalfAnElementMissingLeavesNoOtherHalf) {
     const LinuxGuardKey key = filter(LINUX_FILTER_PORT_VLAN, 1, 1);
     ASSERT_EQ(linuxGuardFilterAdd(&key), 0);
