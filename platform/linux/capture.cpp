@@ -16,6 +16,7 @@
 #include "platform/linux/filter.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/maccache.h"
+#include "platform/linux/packetsocket.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/send.h"
 #include "platform/linux/trap.h"
@@ -156,12 +157,7 @@ bool openSocket(uint32_t port0) {
         setOption(fd, SOL_SOCKET, SO_RCVBUF, RECEIVE_BUFFER);
     }
     uint32_t ifindex = linuxLinks[port0].ifindex;
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_ALL); // a socket for IPv6 alone sees nothing on a port of a bridge
-    address.sll_ifindex = static_cast<int>(ifindex);
-    if (linuxFilterAttach(fd, {wantedPorts.data(), wantedCount}) != 0 ||
-        bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+    if (linuxFilterAttach(fd, {wantedPorts.data(), wantedCount}) != 0 || linuxPacketBind(fd, ifindex, true) != 0) {
         int error = errno;
         close(fd);
         errno = error;
@@ -278,13 +274,15 @@ int32_t linuxCaptureMode(const SmdPktRule *rule, uint32_t mode) {
 void linuxCaptureSettle() {
     for (uint32_t p = 0; p < LINUX_PORTS_MAX; p++) {
         Socket *socket = &sockets[p];
-        if (socket->ifindex == linuxLinks[p].ifindex) {
+        if (socket->ifindex == linuxLinks[p].ifindex &&
+            (socket->ifindex == 0 || linuxPacketBound(socket->fd, socket->ifindex))) {
             continue;
         }
         if (socket->ifindex != 0) {
             closeSocket(p);
         }
-        if (linuxLinks[p].ifindex != 0 && !openSocket(p) && socket->refused != linuxLinks[p].ifindex) {
+        // An interface that is not there any more is gone with the next notification.
+        if (linuxLinks[p].ifindex != 0 && !openSocket(p) && errno != ENODEV && socket->refused != linuxLinks[p].ifindex) {
             socket->refused = linuxLinks[p].ifindex;
             linuxLog("port 0/%u: cannot capture on interface %s: %s", p + 1, linuxLinks[p].name, strerror(errno));
         }

@@ -5,13 +5,13 @@
 #include <cerrno>
 #include <cstring>
 
-#include <linux/if_packet.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "platform/linux/capture.h"
 #include "platform/linux/ipv6walk.h"
 #include "platform/linux/loop.h"
+#include "platform/linux/packetsocket.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/vlans.h"
 
@@ -145,11 +145,9 @@ void queueFor(uint32_t link, uint32_t port0, uint8_t *copied, uint32_t length, c
 void openBond(uint32_t bond) {
     uint32_t link = LINUX_LINK_BOND0 + bond;
     int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_ifindex = static_cast<int>(linuxLinks[link].ifindex);
-    if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-        if (bondSockets[bond].refused != linuxLinks[link].ifindex) {
+    if (fd < 0 || linuxPacketBind(fd, linuxLinks[link].ifindex, false) != 0) {
+        // A bond that is not there any more is gone with the next notification.
+        if (errno != ENODEV && bondSockets[bond].refused != linuxLinks[link].ifindex) {
             bondSockets[bond].refused = linuxLinks[link].ifindex;
             linuxLog("cannot send on bond %s: %s", linuxLinks[link].name, strerror(errno));
         }
@@ -180,7 +178,7 @@ void linuxSendSettle() {
     for (uint32_t b = 0; b < LINUX_BONDS_MAX; b++) {
         BondSocket *bond = &bondSockets[b];
         uint32_t ifindex = linuxLinks[LINUX_LINK_BOND0 + b].ifindex;
-        if (bond->ifindex == ifindex) {
+        if (bond->ifindex == ifindex && (ifindex == 0 || linuxPacketBound(bond->fd, ifindex))) {
             continue;
         }
         if (bond->ifindex != 0) {

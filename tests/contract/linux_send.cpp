@@ -23,6 +23,7 @@
 #include "platform/linux/links.h"
 #include "platform/linux/netlink.h"
 #include "platform/linux/ports.h"
+#include "tests/contract/linux_env.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -247,4 +248,60 @@ TEST_F(LinuxSend, GoesOnBehindAFrameThatIsRefused) {
     EXPECT_EQ(linuxCounters[1].sent, 2u);
     EXPECT_EQ(linuxCounters[1].sendFailed, 2u);
     run("ip link set p2 mtu 9500");
+}
+
+static int boundTo(int fd) {
+    sockaddr_ll address{};
+    socklen_t size = sizeof address;
+    EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size), 0);
+    return address.sll_ifindex;
+}
+
+// As when the notifications between the two got lost: nothing tells the new interface from the old one but the socket.
+TEST_F(LinuxSend, TakesTheSocketAnewWhenAnotherInterfaceHasTheIndex) {
+    const char *make = "ip link add p3 index 777 type veth peer name q3 && ip link set p3 master br0 up";
+    run(make);
+    ASSERT_EQ(linuxLinksRead(), 0);
+    ASSERT_EQ(boundTo(linuxCaptureSocket(2)), 777);
+    run("ip link del p3");
+    EXPECT_EQ(boundTo(linuxCaptureSocket(2)), -1);
+    run(make);
+    ASSERT_EQ(linuxLinksRead(), 0);
+    EXPECT_EQ(boundTo(linuxCaptureSocket(2)), 777);
+    run("ip link del p3");
+    ASSERT_EQ(linuxLinksRead(), 0);
+    EXPECT_EQ(linuxCaptureSocket(2), -1);
+}
+
+// The same for a bond, for which a bridge stands here; port 3 is its member.
+TEST_F(LinuxSend, TakesABondsSocketAnewWhenAnotherBondHasTheIndex) {
+    const char *make = "ip link add bond7 index 778 type bridge && ip link set bond7 up";
+    LinuxLink *bond = &linuxLinks[LINUX_LINK_BOND0];
+    run(make);
+    bond->ifindex = 778;
+    bond->master = linuxLinks[LINUX_LINK_BRIDGE].ifindex;
+    bond->running = 1;
+    bond->stpState = BR_STATE_FORWARDING;
+    bond->trunk = 7;
+    linuxLinks[2].ifindex = 779;
+    linuxLinks[2].master = 778;
+    linuxSendSettle();
+    EXPECT_EQ(sendTo(SMD_PORT_TRUNK | 7, taggedFrame(100)), 0);
+    linuxSendFlush();
+    EXPECT_EQ(linuxCounters[2].sent, 1u);
+    run("ip link del bond7");
+    const Captured captured = captureBegin();
+    linuxSendSettle();
+    EXPECT_EQ(captureEnd(captured), std::vector<std::string>{}) << "that it is gone is said when the kernel tells it";
+    run(make);
+    linuxSendSettle();
+    EXPECT_EQ(sendTo(SMD_PORT_TRUNK | 7, taggedFrame(100)), 0);
+    linuxSendFlush();
+    EXPECT_EQ(linuxCounters[2].sent, 2u);
+    EXPECT_EQ(linuxCounters[2].sendFailed, 0u);
+    run("ip link del bond7");
+    *bond = LinuxLink{};
+    linuxLinks[2].ifindex = 0;
+    linuxLinks[2].master = 0;
+    linuxSendSettle();
 }
