@@ -126,6 +126,10 @@ void linuxMacCacheOpen() {
     listener = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (listener == nullptr || mnl_socket_bind(listener, RTMGRP_NEIGH, MNL_SOCKET_AUTOPID) < 0) {
         linuxLog("cannot listen to the bridge's MAC table: %s; it is asked for every frame to a station", strerror(errno));
+        if (listener != nullptr) {
+            mnl_socket_close(listener);
+        }
+        listener = nullptr;
         return;
     }
     setsockopt(mnl_socket_get_fd(listener), SOL_SOCKET, SO_RCVBUFFORCE, &BUFFER, sizeof BUFFER);

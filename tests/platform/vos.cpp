@@ -197,5 +197,5 @@ uint32_t oemPenGet(void) {
 
 int32_t oem_type_check(const char *name) {
     const bool fails = recordingCall("oem_type_check name=\"%s\"", name);
-    return fails || recordingIdentity.seller == name ? 1 : 0;
+    return fails || recordingIdentity.seller == name ? -1 : 0; // not 1: only non-zero is promised
 }
