@@ -127,6 +127,13 @@ TEST_F(BulkTest, NineSecondsAreNotLong) {
     EXPECT_EQ(recordingTake(), Lines{});
 }
 
+TEST_F(BulkTest, TheTimeBeginsBeforeTheFirstClientIsLookedFor) {
+    addClient(A, 10, 1);
+    recordingClockMovesOn("avlMinimumGet", 10);
+    dhcp6snooping_delete_all();
+    EXPECT_EQ(recordingTake(), LONG);
+}
+
 TEST_F(BulkTest, MoreThanNineSecondsAreSaidAfterEveryClient) {
     for (const std::string &mac : {A, B, C})
         addClient(mac, 10, 1);

@@ -47,6 +47,21 @@ TEST_F(ClientsGuardTest, ADeletedClientLosesItsFiltersInOrder) {
     EXPECT_EQ(gIp6SourceguardFilterInsatlledNum, 1);
 }
 
+TEST_F(ClientsGuardTest, ItIsOutOfTableAndCountsBeforeItsFiltersGo) {
+    learned(M1, 2, {A1});
+    installLearned({2});
+    uint32_t asked = 0;
+    recordingWhenCalled("FRM_RemoveForwardIp6AddrFilterResource_new", [&asked]() {
+        asked++;
+        EXPECT_EQ(tableMacs(), Lines{});
+        EXPECT_EQ(dhcp6SnoopingPortIpNum[1], 0);
+        EXPECT_EQ(dhcp6SnoopingDhcpVlanIpNum[10], 0);
+    });
+    dhcp6snooping_delete_avlnode(macBytes(M1).data());
+    recordingWhenCalled("", nullptr);
+    EXPECT_EQ(asked, 1u);
+}
+
 TEST_F(ClientsGuardTest, OnlyAnAcknowledgedOne) {
     guard({2});
     for (const uint32_t acked : {0u, 2u}) {

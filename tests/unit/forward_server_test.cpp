@@ -72,7 +72,7 @@ TEST_F(ForwardServerTest, NotBackToTheReceivingPort) {
 }
 
 TEST_F(ForwardServerTest, PortsTheSwitchDoesNotHaveFlood) {
-    for (const uint32_t port : {0u, 29u, 40u, 65536u, 0xFFFFFFFFu}) {
+    for (const uint32_t port : {0u, 29u, 40u, 65536u, 65540u, 0xFFFFFFFFu}) {
         gul_max_port_num = port == 40 ? 64 : 28;
         recordingMacOnPort(10, server.data(), port);
         EXPECT_EQ(send(0), 0);

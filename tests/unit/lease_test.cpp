@@ -51,9 +51,12 @@ TEST_F(LeaseTest, AnAddressIsTaken) {
 }
 
 TEST_F(LeaseTest, APrefixIsTaken) {
+    recordingClock = 5000;
     EXPECT_EQ(extract(iaPd(options().prefix("2001:db8:1::", 48, 0x01020304, 0x05060708)), 1), 1u);
     EXPECT_EQ(leases(), Lines{"2001:db8:1::/48=84281096"});
-    EXPECT_EQ(static_cast<Dhcp6LeaseAttr *>(result.leases.items[0])->preferred_lifetime, 0x01020304u);
+    const auto *lease = static_cast<const Dhcp6LeaseAttr *>(result.leases.items[0]);
+    EXPECT_EQ(lease->preferred_lifetime, 0x01020304u);
+    EXPECT_EQ(lease->learned_at, 5000u);
     EXPECT_EQ(result.t1, 300u);
     EXPECT_EQ(result.t2, 400u);
 }
@@ -162,6 +165,10 @@ TEST_F(LeaseTest, TheSameLeaseTwiceKeepsTheLaterOne) {
         extract(iaNa(options().address("2001:db8::1", 1, 2).address("2001:db8::2", 1, 2).address("2001:db8::1", 3, 4)), 1), 1u);
     EXPECT_EQ(leases(), (Lines{"2001:db8::1/128=4", "2001:db8::2/128=2"}));
     EXPECT_EQ(static_cast<Dhcp6LeaseAttr *>(result.leases.items[0])->preferred_lifetime, 3u);
+    const Options refused = options().address("2001:db8::1", 1, 2, options().status(4));
+    EXPECT_EQ(extract(iaNa(both(refused, options().address("2001:db8::1", 3, 4))), 1), 1u) << "its status too";
+    EXPECT_EQ(leases(), Lines{"2001:db8::1/128=4"});
+    EXPECT_EQ(extract(iaNa(both(options().address("2001:db8::1", 3, 4), refused)), 1), 0u);
 }
 
 TEST_F(LeaseTest, APrefixOfAnotherLengthIsAnotherLease) {
@@ -183,6 +190,8 @@ TEST_F(LeaseTest, AStatusOfTheIaNaDiscardsIt) {
     EXPECT_EQ(leases(), Lines{});
     EXPECT_EQ(recordingTraces, Lines{"\r\n Discarding settings na, since status no addresses available"});
     EXPECT_EQ(result.status, 2u);
+    EXPECT_EQ(extract(iaNa(options().address("2001:db8::1", 1, 2).status(256)), 1), 0u);
+    EXPECT_EQ(result.status, 256u);
 }
 
 TEST_F(LeaseTest, AfterADiscardedIaNaTheIaPdStillCounts) {
@@ -220,6 +229,7 @@ TEST_F(LeaseTest, ZeroLifetimesCountOnlyInClientMessages) {
     EXPECT_EQ(extract(zero, 1), 1u);
     EXPECT_EQ(leases(), Lines{"2001:db8::2/128=5"});
     EXPECT_EQ(extract(iaNa(options().address("2001:db8::1", 0, 0)), 1), 0u);
+    EXPECT_EQ(result.leases.capacity, 0u) << "the storage is given back";
     EXPECT_EQ(recordingTraces, Lines{"\r\n Discarding settings na, since no usable bindings"});
 }
 

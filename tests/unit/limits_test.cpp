@@ -205,6 +205,15 @@ TEST_F(LimitsTest, AVlanResetSetsLimitAndCountBack) {
     EXPECT_EQ(dhcp6snooping_vlan_reset(nullptr), 0u);
 }
 
+TEST_F(LimitsTest, OutsideTheTablesNothingIsCounted) {
+    for (const uint32_t port0 : {28u, 29u, 0xFFFFFFFFu})
+        dhcp6snooping_count_client(port0, 10);
+    for (const uint32_t vlan : {4096u, 4097u, 0xFFFFFFFFu})
+        dhcp6snooping_count_client(2, vlan);
+    EXPECT_EQ(dhcp6SnoopingDhcpVlanIpNum[10], 3);
+    EXPECT_EQ(dhcp6SnoopingPortIpNum[2], 3);
+}
+
 TEST_F(LimitsTest, GlobalInformation) {
     Dhcp6SnoopingGlobalInfo info = {9, 9};
     EXPECT_EQ(dhcp6snoopingGlobalInfoGet(&info), 0u);

@@ -119,6 +119,11 @@ TEST_F(QueriesTest, EmptySlotsAreSkipped) {
     EXPECT_EQ(count, 2u);
     EXPECT_EQ(valid[0], 1u);
     EXPECT_EQ(valid[1], 2u);
+    for (uint32_t i = 3; i <= 11; i++)
+        addLease(client, "2001:db8::1", i, i);
+    EXPECT_EQ(current(CLIENT), 0u);
+    EXPECT_EQ(count, 10u) << "and do not count";
+    EXPECT_EQ(valid[9], 10u);
 }
 
 TEST_F(QueriesTest, MissingArgumentsAreRefused) {
@@ -161,6 +166,8 @@ TEST_F(QueriesTest, TheZeroMacIsRefusedEvenIfItWereThere) {
     addAckedClient(NO_MAC, 10, 2);
     EXPECT_EQ(current(NO_MAC), END);
     expectUntouched();
+    EXPECT_EQ(next(), 0u) << "a walk begins with the first record, whatever its MAC";
+    EXPECT_EQ(macNow(), NO_MAC);
 }
 
 TEST_F(QueriesTest, TheRecordItselfCanBeAskedFor) {

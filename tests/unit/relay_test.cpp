@@ -166,6 +166,10 @@ TEST_F(RelayTest, LengthFieldsGetTheDifference) {
     const int difference = static_cast<int>(66 + inner.size()) - static_cast<int>(padded.size());
     EXPECT_EQ(field(62), static_cast<int>(f.payload.size()) + 8 + difference) << "UDP length";
     EXPECT_EQ(field(22), static_cast<int>(f.payload.size()) + 8 + difference) << "IPv6 payload length";
+    uint32_t sum = 17 + static_cast<uint32_t>(after.size() - 58);
+    for (uint32_t at = 26; at < after.size(); at++) // addresses, UDP header and message, end to end
+        sum += at % 2 == 0 ? static_cast<uint32_t>(after[at] << 8) : after[at];
+    EXPECT_EQ(sum % 0xFFFF, 0u) << "checksum";
 }
 
 TEST_F(RelayTest, LengthFieldsThatLieWrapAround) {

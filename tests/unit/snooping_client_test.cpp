@@ -54,6 +54,12 @@ TEST_F(SnoopingClientTest, EachTypeWithoutAMacIsDropped) {
     EXPECT_EQ(tableMacs(), Lines{});
 }
 
+TEST_F(SnoopingClientTest, AMissingMacIsSaidBeforeAFullPort) {
+    dhcp6SnoopingPortMaxIP[1] = 0;
+    process(fromClient(DHCP6_SOLICIT).from(NO_MAC), 2);
+    EXPECT_EQ(recordingTake(), said("\r\n client mac = 0, drop dhcpv6 SOLICIT msg"));
+}
+
 TEST_F(SnoopingClientTest, OneByteMakesAMac) {
     for (uint32_t i = 0; i < 6; i++) {
         Frame f = fromClient(DHCP6_SOLICIT).from(NO_MAC);
@@ -149,6 +155,16 @@ TEST_F(SnoopingClientTest, AnUncountedRecordIsCounted) {
     EXPECT_EQ(dhcp6SnoopingPortIpNum[1], 1);
 }
 
+TEST_F(SnoopingClientTest, CountsDoNotWrap) {
+    Dhcp6SnoopingNode *client = addClient(CLIENT, 10, 2);
+    client->counted = 0;
+    dhcp6SnoopingPortIpNum[1] = dhcp6SnoopingDhcpVlanIpNum[10] = 65535;
+    process(fromClient(DHCP6_SOLICIT), 2);
+    EXPECT_EQ(client->counted, 1u);
+    EXPECT_EQ(dhcp6SnoopingPortIpNum[1], 65535);
+    EXPECT_EQ(dhcp6SnoopingDhcpVlanIpNum[10], 65535);
+}
+
 TEST_F(SnoopingClientTest, AFullPortTakesNoNewClient) {
     dhcp6SnoopingPortMaxIP[1] = 1;
     addClient(OTHER_CLIENT, 10, 2);
@@ -157,9 +173,11 @@ TEST_F(SnoopingClientTest, AFullPortTakesNoNewClient) {
         EXPECT_EQ(recordingTake(), saidFull(type.name));
     }
     EXPECT_EQ(tableMacs(), Lines{OTHER_CLIENT});
-    const Frame renewal = fromClient(DHCP6_RENEW).from(OTHER_CLIENT);
+    Frame renewal = fromClient(DHCP6_RENEW).from(OTHER_CLIENT);
     process(renewal, 2);
     EXPECT_EQ(recordingTake(), joined({saidRecorded("RENEW", OTHER_CLIENT, 2), floodedToServers(renewal, 2)}));
+    process(renewal.vlan(20), 2);
+    EXPECT_EQ(clientOf(OTHER_CLIENT)->vlan, 20u) << "a full port does not hold a client of its own in its VLAN";
     process(fromClient(DHCP6_SOLICIT), 1);
     EXPECT_EQ(tableMacs().size(), 2u) << "another port is not full";
 }

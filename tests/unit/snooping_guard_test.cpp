@@ -44,6 +44,7 @@ TEST_F(SnoopingGuardTest, EveryAddressOldAndNewIsOpenedAgain) {
     Dhcp6SnoopingNode *client = learned(2, {A3});
     addLease(client, "2001:db8:1::", 64, 100);
     addLease(client, A1, 128, 100);
+    recordingClock += 50;
     Options content = addresses({A2, A1});
     content.iaPd(500, 800, options().prefix("2001:db8:2::", 56, 1000, 2000));
     const Frame f = fromServer(DHCP6_REPLY, content);

@@ -34,6 +34,15 @@ TEST_F(SnoopingReleaseTest, TheLastLeaseTakesTheClientAlong) {
     }
 }
 
+TEST_F(SnoopingReleaseTest, TheClientIsGoneBeforeTheMessageGoes) {
+    addLease(addAckedClient(CLIENT, 10, 2), "2001:db8::1", 128, 100);
+    Lines left = {"not sent"};
+    recordingWhenCalled("smdVDPktSendPortlist", [&left]() { left = tableMacs(); });
+    process(fromClient(DHCP6_RELEASE, addresses({"2001:db8::1"})), 2);
+    recordingWhenCalled("", nullptr);
+    EXPECT_EQ(left, Lines{});
+}
+
 TEST_F(SnoopingReleaseTest, OtherLeasesStay) {
     Dhcp6SnoopingNode *client = addAckedClient(CLIENT, 10, 2);
     addLease(client, "2001:db8::1", 128, 100);

@@ -47,12 +47,14 @@ TEST_F(SnoopingReplyTest, ARepeatedLeaseIsOverwrittenWhole) {
     Dhcp6SnoopingNode *client = addAckedClient(CLIENT, 10, 2);
     addLease(client, "2001:db8::9", 128, 50);
     addLease(client, "2001:db8::1", 128, 60);
+    static_cast<Dhcp6LeaseAttr *>(client->leases.items[1])->status = 9;
     recordingClock += 300;
     process(fromServer(DHCP6_REPLY, lease("2001:db8::1", 7, 8)), 4);
     EXPECT_EQ(leasesOf(client->leases), (Lines{"2001:db8::9/128=50", "2001:db8::1/128=8"}));
     const auto *learned = static_cast<const Dhcp6LeaseAttr *>(client->leases.items[1]);
     EXPECT_EQ(learned->preferred_lifetime, 7u);
     EXPECT_EQ(learned->learned_at, recordingClock);
+    EXPECT_EQ(learned->status, 0u);
     EXPECT_EQ(client->last_update, recordingClock);
 }
 

@@ -2,9 +2,9 @@
 // The table of snooped clients: who (MAC) was seen where (VLAN, port), and which addresses and prefixes servers granted it.
 //
 // Key: the client's MAC address; walks go in ascending order of its bytes. Bound: 2048 records in a fixed pool, free ones on a
-// list (first in, first out), used ones in a tree. A client that finds the pool empty is still served, only not recorded; the
-// limits per port and VLAN (limits.h) keep one port from filling it. A record is all zeros while it is free. Only the lease
-// array of a record is heap memory, owned by it.
+// list (first in, first out), used ones in a tree. A client that finds the pool empty is still served, only not recorded. One
+// port can fill it until its limit (limits.h), at first the whole pool, is set lower. A record is all zeros while it is free.
+// Only the lease array of a record is heap memory, owned by it.
 //
 // A record enters the tree in dhcp6snooping_add_avlnode and leaves it in dhcp6snooping_delete_avlnode, nowhere else. The
 // all-zero MAC is never a key.
