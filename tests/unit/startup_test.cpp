@@ -248,6 +248,16 @@ TEST_F(StartupTest, StopDeletesAfterTheSwitchIsTold) {
     recordingShowQuiet(false);
 }
 
+// The switch is told what already holds: asked from inside the call, the daemon gives the new answer.
+TEST_F(StartupTest, TheSwitchIsToldAfterTheFlagHasChanged) {
+    std::vector<uint32_t> seen;
+    recordingWhenCalled("smdVDDhcp6snoopingOnOff", [&seen]() { seen.push_back(dhcp6snooping_is_enabled()); });
+    dhcp6snooping_start();
+    dhcp6snooping_stop();
+    recordingWhenCalled("", nullptr);
+    EXPECT_EQ(seen, (std::vector<uint32_t>{1, 0}));
+}
+
 TEST_F(StartupTest, StopIsNotCutOffByTheClock) {
     dhcp6snooping_start();
     for (uint32_t i = 1; i <= 5; i++)

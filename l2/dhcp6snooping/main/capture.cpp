@@ -30,7 +30,7 @@ void update_rule(const SmdPktRule *rule, uint32_t mode, uint32_t running) {
         return;
     // Both rules report alike, by the state that was asked for.
     char text[64];
-    snprintf(text, sizeof text, "smdVDPktRegRunning %u failed.", running);
+    snprintf(text, sizeof text, "smdVDPktRegRunning %d failed.", static_cast<int32_t>(running));
     report(text);
 }
 
