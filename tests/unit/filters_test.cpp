@@ -223,6 +223,35 @@ TEST_F(FiltersTest, AFailureDoesNotEndTheWalk) {
     EXPECT_EQ(recordingTake(), joined({removed(4, A2, M2, 2, 10), removed(4, A1, M1, 2, 10), saidRemoveFailed(0)}));
 }
 
+TEST_F(FiltersTest, AFilterOfALeaseNeedsAWholeAddressAPortAndNoBinding) {
+    guard({1, 3});
+    Dhcp6SnoopingNode *client = addAckedClient(M1, 20, 1);
+    addLease(client, A1, 128, 100);
+    addLease(client, "2001:db8:1::", 64, 100);
+    const Dhcp6LeaseAttr *address = dhcp6snooping_lease_at(&client->leases, 0);
+    const Dhcp6LeaseAttr *prefix = dhcp6snooping_lease_at(&client->leases, 1);
+    const auto both = [client](const Dhcp6LeaseAttr *lease) {
+        dhcp6snooping_lease_filter_install(client, lease);
+        dhcp6snooping_lease_filter_remove(client, lease, 2); // asks for port 3, whatever the client's
+        return recordingTake();
+    };
+    EXPECT_EQ(both(address), joined({installed(4, A1, M1, 1, 20), removed(4, A1, M1, 1, 20)}));
+    EXPECT_EQ(both(prefix), Lines{});
+    client->port = 0;
+    EXPECT_EQ(both(address), Lines{}) << "a client without a port has no filter, whichever port is asked for";
+    client->port = 1;
+    unguard({1, 3});
+    EXPECT_EQ(both(address), Lines{});
+    guard({1, 3});
+    for (const auto &[bound, mac] : {std::pair{A1, NO_MAC}, {A2, M1}}) {
+        addBinding(bound, mac);
+        EXPECT_EQ(both(address), Lines{});
+        ip6_source_guard_bind_node_delete(ip6(bound));
+        recordingTake();
+    }
+    EXPECT_EQ(both(address).size(), 2u);
+}
+
 TEST_F(FiltersTest, LearnedAddressesOfAPort) {
     addLease(addAckedClient(M3, 20, 2), A3, 128, 100);
     Dhcp6SnoopingNode *client = addClient(M1, 10, 2); // acknowledged or not

@@ -64,6 +64,8 @@ TEST_F(MibBindCreateTest, AMacAddressIsReadOctetByOctet) {
     EXPECT_EQ(Bytes(snmpIp6Bind.mac, snmpIp6Bind.mac + 6), before) << "octets that cannot be read stay";
     EXPECT_EQ(mibCommit(MIB_BIND_MAC, {1}, "01:02:03:zz:05:06"), "ok");
     EXPECT_EQ(Bytes(snmpIp6Bind.mac, snmpIp6Bind.mac + 6), (Bytes{1, 2, 3, 0x3d, 0x4e, 0x5f}));
+    EXPECT_EQ(mibCommit(MIB_BIND_MAC, {1}, "0c:zz:00:00:00:00"), "ok");
+    EXPECT_EQ(Bytes(snmpIp6Bind.mac, snmpIp6Bind.mac + 6), (Bytes{0x0c, 2, 3, 0x3d, 0x4e, 0x5f})) << "one is enough";
 }
 
 // ---- Create -------------------------------------------------------------------------------------------------------------

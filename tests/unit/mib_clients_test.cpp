@@ -112,9 +112,11 @@ TEST_F(MibClientsTest, AClientThatIsNotThere) {
 
 TEST_F(MibClientsTest, AnIndexIsSixOctets) {
     clientWith(6, "01:02:03:04:05:06");
+    clientWith(6, "fe:ff:ff:ff:ff:ff");
     for (uint32_t object = FIRST; object <= LAST; object++) {
         SCOPED_TRACE(object);
         EXPECT_NE(mibGet(object, {1, 2, 3, 4, 5, 6}), "no such instance");
+        EXPECT_NE(mibGet(object, {254, 255, 255, 255, 255, 255}), "no such instance");
         for (const Index &index :
              {Index{}, Index{1}, Index{1, 2, 3, 4, 5}, Index{1, 2, 3, 4, 5, 6, 0}, Index(32, 1), Index{257, 2, 3, 4, 5, 6},
               Index{1, 2, 3, 4, 5, 256}, Index{1, 2, 3, 4, 5, 256 + 6}, Index{1, 2, 0xFFFFFF03, 4, 5, 6}})
@@ -163,6 +165,7 @@ TEST_F(MibClientsTest, ArcsThatNoOctetHoldsLeadForward) {
     clientWith(1, "02:ff:ff:ff:ff:ff");
     clientWith(1, "03:00:00:00:00:00");
     const std::string end = "2.255.255.255.255.255 = 10", behind = "3.0.0.0.0.0 = 10";
+    EXPECT_EQ(mibNext(MIB_CLIENT_VLAN, {2, 255, 0, 0, 0, 0}), end) << "255 is an octet, what follows it counts";
     EXPECT_EQ(mibNext(MIB_CLIENT_VLAN, {2, 0, 0, 0, 0, 256}), end) << "cut to 8 bits it would lead back to ...:05";
     EXPECT_EQ(mibNext(MIB_CLIENT_VLAN, {2, 0, 0, 0, 256, 1}), end);
     EXPECT_EQ(mibNext(MIB_CLIENT_VLAN, {2, 0xFFFFFFFF, 0, 0, 0, 0}), behind);

@@ -63,9 +63,18 @@ TEST_F(MibExemptTest, AnyFlagThatIsNotZeroAndOnlyRealVlans) {
     EXPECT_EQ(get(), "7");
 }
 
+TEST_F(MibExemptTest, EveryVlan) {
+    for (uint32_t &flag : no_ip6_source_guard_vlan)
+        flag = 1;
+    EXPECT_EQ(get(), "1-4094");
+}
+
 TEST_F(MibExemptTest, TheConverterGetsAllVlansAndTheChunkLimit) {
-    exemptEvery(everySecond(2, 2047));
     recordingShowQuiet(true);
+    get();
+    EXPECT_EQ(recordingTake(),
+              (Lines{"ccdScalarValidate kind=2", "vidArray2vlanList count=0 first=0 last=0 end=0 chunk=110 zero=0"}));
+    exemptEvery(everySecond(2, 2047));
     get();
     recordingShowQuiet(false);
     EXPECT_EQ(recordingTake(),

@@ -17,6 +17,8 @@ namespace {
 
 constexpr uint32_t INTEGER = 1, TEXT = 2, MAC = 5, ROW_STATUS = 13;
 
+struct MibFileTest : MibTest {};
+
 struct FileObject {
     std::string syntax, access, index, parent; // `index` is a row's alone
     uint32_t arc = 0;
@@ -102,6 +104,18 @@ uint32_t syntaxOf(const FileObject &object) {
     return begins("DisplayString") || begins("OCTET STRING") ? TEXT : INTEGER;
 }
 
+// The numbers of "Integer32 ( LOW..HIGH )" or "... ( SIZE ( LOW..HIGH ) )"; false for a syntax without a range.
+bool rangeOf(const FileObject &object, uint32_t *low, uint32_t *high) {
+    const size_t at = object.syntax.find("..");
+    if (at == std::string::npos) {
+        return false;
+    }
+    const size_t start = object.syntax.rfind(' ', at) + 1;
+    *low = static_cast<uint32_t>(strtoul(object.syntax.c_str() + start, nullptr, 10));
+    *high = static_cast<uint32_t>(strtoul(object.syntax.c_str() + at + 2, nullptr, 10));
+    return true;
+}
+
 std::string plainName(const char *name) {
     const char *colon = strchr(name, ':');
     return colon == nullptr ? name : colon + 1;
@@ -130,6 +144,39 @@ TEST(MibFile, HasEveryObjectAsItIs) {
             EXPECT_EQ(object.access == "read-create", object.parent == "dhcp6snoopingBindEntry");
         }
     }
+}
+
+// The file's ranges are those of the handlers, whatever the object table declares: managers' tools check values by the file
+// before they send them.
+TEST_F(MibFileTest, HasTheRangesThatTheHandlersKeep) {
+    const std::map<std::string, FileObject> file = fileObjects();
+    uint32_t tested = 0;
+    for (const CcdRegEntry *entry = tqzL2Dhcp6SnoopingObjects; entry->object != nullptr; ++entry) {
+        const std::string name = plainName(entry->object->name);
+        uint32_t low = 0, high = 0;
+        if (file.at(name).access == "read-only" || !rangeOf(file.at(name), &low, &high)) {
+            continue;
+        }
+        SCOPED_TRACE(name);
+        ++tested;
+        const uint32_t number = entry->object->number;
+        const Index instance = entry->group->indexColumns == 0 ? SCALAR : Index{10};
+        if (syntaxOf(file.at(name)) == TEXT) {
+            EXPECT_EQ(low, 0u);
+            EXPECT_EQ(mibTest(number, instance, ""), "ok");
+            EXPECT_EQ(mibTest(number, instance, std::string(high, '1')), "ok");
+            EXPECT_NE(mibTest(number, instance, std::string(high + 1, '1')), "ok");
+            continue;
+        }
+        EXPECT_EQ(mibTest(number, instance, high), "ok");
+        EXPECT_NE(mibTest(number, instance, high + 1), "ok");
+        // Any port is only ever read: a column that was not set.
+        EXPECT_EQ(mibTest(number, instance, low) == "ok", name != "ip6BindPortId");
+        if (low != 0) {
+            EXPECT_NE(mibTest(number, instance, low - 1), "ok");
+        }
+    }
+    EXPECT_EQ(tested, 9u);
 }
 
 TEST(MibFile, HasNoOtherObject) {

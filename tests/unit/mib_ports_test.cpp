@@ -62,6 +62,19 @@ TEST_F(MibPortsTest, ANextPortIsTheLibrarysToFind) {
     EXPECT_EQ(mibNext(MIB_PORT_INDEX, {4}), "no next instance");
 }
 
+// Where the library leads is looked at again: here the device loses a port at that very moment.
+TEST_F(MibPortsTest, AWalkEndsWhereverTheLibraryLeads) {
+    recordingWhenCalled("ccdNextSimpleIndex", []() { gul_max_port_num = 4; });
+    for (const uint32_t object : PORT_OBJECTS) {
+        gul_max_port_num = 28;
+        EXPECT_EQ(mibNext(object, {3}), "4 = " + mibGet(object, {4}));
+        gul_max_port_num = 28;
+        EXPECT_EQ(mibNext(object, {4}), "no next instance");
+    }
+    recordingWhenCalled("", nullptr);
+    gul_max_port_num = 28;
+}
+
 TEST_F(MibPortsTest, PortsThatAreNotThere) {
     for (const uint32_t object : PORT_OBJECTS)
         for (const Index &index : NO_PORT) {

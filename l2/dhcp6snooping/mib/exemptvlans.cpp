@@ -47,7 +47,7 @@ int32_t mib_exempt_vlans_get(CcdVariable *variable) {
     if (area == nullptr)
         return -1;
     auto texts = static_cast<char(*)[VLAN_TEXT_MAX]>(area);
-    const uint32_t count = vids[0] == 0 ? 0 : std::min(vidArray2vlanList(vids, texts, CHUNK, 0), VLAN_TEXTS_MAX);
+    const uint32_t count = std::min(vidArray2vlanList(vids, texts, CHUNK, 0), VLAN_TEXTS_MAX);
     char text[MIB_TEXT_SIZE] = {};
     const uint32_t length = join(texts, count, text);
     free(area);

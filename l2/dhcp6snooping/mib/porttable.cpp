@@ -66,8 +66,9 @@ int32_t dhcp6snoopingMibPortTableHandler(uint32_t kind, CcdVariable *variable) {
     if (kind == CCD_TEST)
         return test_port(variable);
     if (kind == CCD_GETNEXT) {
-        // Asked before moving on: an index at the end of its range would wrap.
-        if (mib_index(variable) >= last_port() || ccdNextSimpleIndex(variable) != 0)
+        // Asked before moving on, because an index at the end of its range would wrap, and once more behind the move: where
+        // that leads is the library's business.
+        if (mib_index(variable) >= last_port() || ccdNextSimpleIndex(variable) != 0 || !mib_index_within(variable, last_port()))
             return ccdErrorNoNextInstance();
         return get_port(variable);
     }
