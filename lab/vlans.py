@@ -87,6 +87,10 @@ def known(daemon):
     return {vlan: (ports(members), ports(untagged)) for vlan, members, untagged in calls.table(daemon.link, 2, STATUS)}
 
 
+# As `Places` takes it: clients without a tag in VLANs 10 and 20, one port with both, and the servers', which has both tagged.
+PLACES = {1: (10,), 2: (20,), 3: (10, 20), 4: (0, 10, 20)}
+
+
 class Places:
     """Who is where on a switch: for each port its native VLAN (0: none) and the VLANs that it carries tagged. Frames of a
     test are functions of their tags, because every port has the same frame with others."""

@@ -8,7 +8,7 @@ import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
 
-from lab import flow, frames, kernel, sandbox, snmp  # noqa: E402
+from lab import flow, frames, kernel, sandbox, snmp, vlans  # noqa: E402
 from lab.daemon import Daemon  # noqa: E402
 from lab.kea import Kea  # noqa: E402
 from lab.switch import Switch  # noqa: E402
@@ -79,6 +79,12 @@ def idle(switch):
 def daemon(idle):
     """Snooping on, port 4 trusted."""
     return idle.snoop(4)
+
+
+@pytest.fixture
+def places(switch):
+    """The bridge filters VLANs."""
+    return vlans.Places(switch, vlans.PLACES)
 
 
 @pytest.fixture

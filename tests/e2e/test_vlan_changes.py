@@ -9,18 +9,11 @@ from lab import calls, flow, netns, vlans
 from lab.daemon import Daemon
 from lab.frames import REPLY, REQUEST, SOLICIT, from_client, from_server, ia_na, mac_number
 from lab.switch import BRIDGE
-from lab.vlans import Places
+from lab.vlans import PLACES, Places
 
 from test_guard import BOUND, HOST, OTHER, UNBOUND, packet
 
-pytestmark = pytest.mark.needs("vlan_filtering")
-
-PLACES = {1: (10,), 2: (20,), 3: (10, 20), 4: (0, 10, 20)}
-
-
-@pytest.fixture(autouse=True)
-def places(switch):
-    return Places(switch, PLACES)
+pytestmark = [pytest.mark.needs("vlan_filtering"), pytest.mark.usefixtures("places")]
 
 
 @pytest.fixture

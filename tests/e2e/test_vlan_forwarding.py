@@ -11,20 +11,14 @@ from lab.frames import (
     ADVERTISE, CONFIRM, DECLINE, ETH_8021AD, INFORMATION_REQUEST, REBIND, RECONFIGURE, RELAY_FORW, RELAY_REPL, RELEASE, RENEW,
     REPLY, REQUEST, SOLICIT, from_client, from_server, ia_na, mac_number, message, relay_message,
 )  # fmt: skip
-from lab.vlans import Places
+from lab.vlans import PLACES, Places
 
-pytestmark = pytest.mark.needs("vlan_filtering")
+pytestmark = [pytest.mark.needs("vlan_filtering"), pytest.mark.usefixtures("places")]
 
 CLIENT, SERVER, OTHER = "02:aa:00:00:00:01", "02:5e:00:00:00:01", "02:5e:00:00:00:02"
-PLACES = {1: (10,), 2: (20,), 3: (10, 20), 4: (0, 10, 20)}
 WHERE = [(1, 10), (2, 20), (3, 10), (3, 20)]  # a client's port and VLAN
 
 BOTH_VLANS = information.template("{outer-vlan}.{inner-vlan}")
-
-
-@pytest.fixture(autouse=True)
-def places(switch):
-    return Places(switch, PLACES)
 
 
 @pytest.fixture

@@ -4,19 +4,12 @@ have one each without a tag."""
 import pytest
 from lab import kea, netns, vlans
 from lab.clients import Dhclient, Dhcpcd
-from lab.vlans import Places
 
 from test_guard_life import ping
 
-pytestmark = pytest.mark.needs("vlan_filtering", "8021q")
+pytestmark = [pytest.mark.needs("vlan_filtering", "8021q"), pytest.mark.usefixtures("places")]
 
-PLACES = {1: (10,), 2: (20,), 3: (10, 20), 4: (0, 10, 20)}
 PREFIXES = {10: "2001:db8:a::", 20: "2001:db8:b::"}
-
-
-@pytest.fixture(autouse=True)
-def places(switch):
-    return Places(switch, PLACES)
 
 
 @pytest.fixture

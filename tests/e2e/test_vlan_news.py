@@ -9,17 +9,10 @@ import struct
 import pytest
 from lab import calls, netns, vlans
 from lab.frames import SOLICIT, from_client, mac_number
-from lab.vlans import Places
 
-pytestmark = pytest.mark.needs("vlan_filtering")
+pytestmark = [pytest.mark.needs("vlan_filtering"), pytest.mark.usefixtures("places")]
 
-PLACES = {1: (10,), 2: (20,), 3: (10, 20), 4: (0, 10, 20)}
 RTM_NEWVLAN, RTM_DELVLAN, REQUEST_AND_ACK, AF_BRIDGE = 112, 113, 5, 7
-
-
-@pytest.fixture(autouse=True)
-def places(switch):
-    return Places(switch, PLACES)
 
 
 @pytest.fixture
