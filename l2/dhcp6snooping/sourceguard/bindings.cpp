@@ -23,9 +23,6 @@ uint32_t gIp6SourceGuardBindNum = 0;
 
 namespace {
 
-// A binding of a MAC shadows everything that was learned for it, delegated prefixes included; set to false to leave those be.
-constexpr bool MAC_SHADOWS_PREFIXES = true;
-
 enum class Match { NONE, EXACT, CONFLICT };
 
 bool same_address(const Ip6Address &a, const Ip6Address &b) { return memcmp(a.bytes, b.bytes, sizeof a.bytes) == 0; }
@@ -54,13 +51,16 @@ Ip6SourceGuardBindNode *find_by_address(const Ip6Address &address) {
 }
 
 // ---- learned filters that a binding shadows ----------------------------------------------------------------------------
+// Delegated prefixes have no filter, so none of theirs is withdrawn or reinstated.
 
 // The address test asks the sentinel, not the new binding: a learned filter with the same address as a new binding stays, and
 // only what was learned for the same MAC goes.
 bool shadowed_by_new(const Dhcp6SnoopingNode *client, const Dhcp6LeaseAttr *lease, const uint8_t *mac) {
-    if (is_address(lease) && same_address(dhcp6snooping_lease_address(lease), pIp6SourceGuardBindListHead->address))
+    if (!is_address(lease))
+        return false;
+    if (same_address(dhcp6snooping_lease_address(lease), pIp6SourceGuardBindListHead->address))
         return true;
-    return !dhcp6snooping_mac_is_zero(mac) && same_mac(mac, client->mac) && (MAC_SHADOWS_PREFIXES || is_address(lease));
+    return !dhcp6snooping_mac_is_zero(mac) && same_mac(mac, client->mac);
 }
 
 void withdraw_shadowed_of(const Dhcp6SnoopingNode *client, const uint8_t *mac) {
@@ -80,9 +80,8 @@ void withdraw_shadowed(const uint8_t *mac) {
 }
 
 bool was_shadowed_by(const Dhcp6SnoopingNode *client, const Dhcp6LeaseAttr *lease, const Ip6SourceGuardBindNode *entry) {
-    if (same_mac(client->mac, entry->mac))
-        return MAC_SHADOWS_PREFIXES || is_address(lease);
-    return is_address(lease) && same_address(dhcp6snooping_lease_address(lease), entry->address);
+    return is_address(lease) &&
+           (same_mac(client->mac, entry->mac) || same_address(dhcp6snooping_lease_address(lease), entry->address));
 }
 
 void reinstate_shadowed_of(const Dhcp6SnoopingNode *client, const Ip6SourceGuardBindNode *entry) {
