@@ -14,10 +14,11 @@
 
 #include "platform/linux/attributes.h"
 #include "platform/linux/ipv6walk.h"
+#include "platform/linux/linkplaces.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/netlink.h"
 #include "platform/linux/ports.h"
-#include "platform/linux/trunks.h"
+#include "platform/linux/strangers.h"
 #include "platform/linux/vlans.h"
 
 namespace {
@@ -27,7 +28,6 @@ constexpr uint32_t READ_TRIES = 8; // of a list that changes while it is read
 uint32_t readings; // full readings so far
 bool reading;      // one is going on
 bool stale;        // something is not known that no further notification needs to tell: everything has to be read again
-bool bondLeftOut;  // since a place for a bond was free last
 bool bridgeIsBridge;
 uint32_t defaultVlan; // of the bridge
 
@@ -86,83 +86,6 @@ Kind readKind(const nlattr *linkInfo) {
     return found;
 }
 
-// Forgets what the bridge said about a link.
-void forgetPort(LinuxLink *link) {
-    link->stpState = BR_STATE_DISABLED;
-    link->isolated = 0;
-    link->locked = 0;
-    linuxVlansClear(link);
-}
-
-// Forgets what the kernel said about a link; its name and trunk id stay.
-void forget(LinuxLink *link) {
-    link->ifindex = 0;
-    link->master = 0;
-    link->running = 0;
-    link->backup = 0;
-    link->activeMember = 0;
-    link->hearsAll = 0;
-    forgetPort(link);
-}
-
-bool isBondPlace(uint32_t index) { return index >= LINUX_LINK_BOND0 && index < LINUX_LINK_BRIDGE; }
-
-void gone(uint32_t index) {
-    LinuxLink *link = &linuxLinks[index];
-    if (link->ifindex == 0) {
-        return;
-    }
-    linuxLog("interface %s is gone", link->name);
-    forget(link);
-    if (isBondPlace(index)) {
-        link->name[0] = 0; // the place is free for another bond
-        stale = stale || bondLeftOut;
-        bondLeftOut = false;
-    }
-}
-
-// A free place for a bond that is seen for the first time, or LINUX_NO_LINK.
-uint32_t placeBond(const char *name) {
-    for (uint32_t i = LINUX_LINK_BOND0; i < LINUX_LINK_BRIDGE; i++) {
-        if (linuxLinks[i].name[0] != 0) {
-            continue;
-        }
-        linuxLinks[i].trunk = linuxTrunkId(name);
-        snprintf(linuxLinks[i].name, sizeof linuxLinks[i].name, "%s", name);
-        return i;
-    }
-    if (!bondLeftOut) { // said once, not with each of its notifications
-        linuxLog("bond %s is one too many: at most %u are followed", name, LINUX_BONDS_MAX);
-    }
-    bondLeftOut = true;
-    return LINUX_NO_LINK;
-}
-
-uint32_t placeNamed(const char *name) {
-    for (uint32_t i = 0; i < LINUX_LINKS; i++) {
-        if (linuxLinks[i].name[0] != 0 && strcmp(linuxLinks[i].name, name) == 0) {
-            return i;
-        }
-    }
-    return LINUX_NO_LINK;
-}
-
-// The place of an interface in the table by its name, or LINUX_NO_LINK when it is nothing to the switch. What was known under
-// its index or its name, and is not it, is gone: that leaves its place to a bond that only has another name now.
-uint32_t placeOf(uint32_t ifindex, const char *name, const char *kind) {
-    const bool isBond = strcmp(kind, "bond") == 0;
-    const uint32_t named = placeNamed(name);
-    const uint32_t known = linuxLinkByIfindex(ifindex);
-    if (known != LINUX_NO_LINK && known != named) {
-        gone(known); // renamed
-    }
-    if (named != LINUX_NO_LINK && isBondPlace(named) && !isBond) {
-        gone(named);
-        return LINUX_NO_LINK;
-    }
-    return named == LINUX_NO_LINK && isBond ? placeBond(name) : named;
-}
-
 // Another default VLAN makes it the native one of all ports that had the old one; the kernel tells of the bridge only.
 void readDefaultVlan(const nlattr *data) {
     const nlattr *attribute = linuxAttributeFind(data, IFLA_BR_VLAN_DEFAULT_PVID, sizeof(uint16_t));
@@ -214,11 +137,42 @@ void readPort(const nlattr *nest, LinuxLink *link) {
     link->locked = linuxAttributeU8(nest, IFLA_BRPORT_LOCKED, link->locked);
 }
 
+void followStranger(uint32_t ifindex, const char *name, bool inBridge) {
+    if (inBridge) {
+        linuxStrangerSeen(ifindex, name, readings);
+    } else {
+        linuxStrangerGone(ifindex);
+    }
+}
+
+// A bond in the bridge is a stranger too while none of its members is a port.
+void followBonds() {
+    for (uint32_t i = LINUX_LINK_BOND0; i < LINUX_LINK_BRIDGE; i++) {
+        const LinuxLink &bond = linuxLinks[i];
+        if (bond.ifindex != 0) {
+            const bool inBridge = bond.master != 0 && bond.master == linuxLinks[LINUX_LINK_BRIDGE].ifindex;
+            followStranger(bond.ifindex, bond.name, inBridge && linuxTrunkLowest(bond.trunk) == LINUX_NO_LINK);
+        }
+    }
+}
+
+// What follows from a change of the table, once all of it is there.
+void settle() {
+    if (!reading) {
+        linuxLinksRelease();
+        followBonds();
+    }
+    linuxPortsSettle();
+}
+
 // A full description of one interface.
 void applyInterface(const ifinfomsg *info, const Attributes &attributes) {
     uint32_t ifindex = static_cast<uint32_t>(info->ifi_index);
     Kind kind = readKind(attributes.linkInfo);
-    uint32_t index = placeOf(ifindex, linuxAttributeText(attributes.name), kind.kind);
+    const char *name = linuxAttributeText(attributes.name);
+    const uint32_t master = attributes.master == nullptr ? 0 : linuxAttributeU32(attributes.master);
+    const uint32_t index = linuxLinkPlace(ifindex, name, strcmp(kind.kind, "bond") == 0);
+    followStranger(ifindex, name, index == LINUX_NO_LINK && master != 0 && master == linuxLinks[LINUX_LINK_BRIDGE].ifindex);
     if (index == LINUX_NO_LINK) {
         return;
     }
@@ -226,14 +180,14 @@ void applyInterface(const ifinfomsg *info, const Attributes &attributes) {
     uint32_t wasIfindex = link->ifindex;
     uint32_t wasMaster = link->master;
     if (link->ifindex != ifindex) {
-        forget(link);
+        linuxLinkForget(link);
         linuxPortsSettle(); // the old interface is let go of before the new one is taken
         // One that was in a bridge before it got this name was told of as a port under the other one.
         stale = stale || (!reading && (attributes.master != nullptr || index == LINUX_LINK_BRIDGE));
     }
     link->ifindex = ifindex;
     link->seen = readings;
-    link->master = attributes.master == nullptr ? 0 : linuxAttributeU32(attributes.master);
+    link->master = master;
     link->running = (info->ifi_flags & IFF_UP) != 0 && (info->ifi_flags & IFF_RUNNING) != 0 ? 1 : 0;
     link->backup = 0;
     if (kind.slaveData != nullptr && strcmp(kind.slaveKind, "bond") == 0) {
@@ -272,7 +226,7 @@ void applyBridgePort(const nlmsghdr *message, const ifinfomsg *info, const Attri
         return;
     }
     if (message->nlmsg_type == RTM_DELLINK) {
-        forgetPort(link);
+        linuxLinkForgetPort(link);
         stale = true; // the same is said of a port that stays when VLANs were taken from it by RTM_DELVLAN
         return;
     }
@@ -308,6 +262,33 @@ int32_t askVlanStates() {
     return error == -EOPNOTSUPP ? 0 : error;
 }
 
+// Whoever is not listed is gone. After an error the reading is tried again with the next notification.
+int32_t readOnce() {
+    readings++;
+    reading = true;
+    int32_t error = ask(AF_UNSPEC, RTEXT_FILTER_SKIP_STATS);
+    if (error == 0) {
+        error = ask(AF_BRIDGE, RTEXT_FILTER_BRVLAN_COMPRESSED);
+    }
+    if (error == 0) {
+        error = askVlanStates();
+    }
+    reading = false;
+    stale = error != 0;
+    if (error != 0) {
+        return error;
+    }
+    for (uint32_t i = 0; i < LINUX_LINKS; i++) {
+        if (linuxLinks[i].seen != readings) {
+            linuxLinkGone(i);
+        }
+    }
+    linuxStrangersKeep(readings);
+    linuxLinksRelease();
+    followBonds();
+    return 0;
+}
+
 } // namespace
 
 int linuxLinksApply(const nlmsghdr *message, void *) {
@@ -330,36 +311,27 @@ int linuxLinksApply(const nlmsghdr *message, void *) {
     if (info->ifi_family == AF_BRIDGE) {
         applyBridgePort(message, info, attributes);
     } else if (type == RTM_DELLINK) {
-        uint32_t index = linuxLinkByIfindex(static_cast<uint32_t>(info->ifi_index));
+        const uint32_t index = linuxLinkByIfindex(static_cast<uint32_t>(info->ifi_index));
+        linuxStrangerGone(static_cast<uint32_t>(info->ifi_index));
         if (index != LINUX_NO_LINK) {
-            gone(index);
+            linuxLinkGone(index);
         }
     } else if (attributes.name != nullptr && linuxAttributeText(attributes.name)[0] != 0 && !attributes.partial) {
         applyInterface(info, attributes);
     }
-    linuxPortsSettle();
+    settle();
     return MNL_CB_OK;
 }
 
+// Once more when the list changed meanwhile, or when what it said is only understood now: an interface may be listed before its
+// bridge.
 int32_t linuxLinksRead() {
-    int32_t error = -EINTR;
-    reading = true;
-    for (uint32_t i = 0; i < READ_TRIES && error == -EINTR; i++) {
-        readings++;
-        error = ask(AF_UNSPEC, RTEXT_FILTER_SKIP_STATS);
-        if (error == 0) {
-            error = ask(AF_BRIDGE, RTEXT_FILTER_BRVLAN_COMPRESSED);
-        }
-        if (error == 0) {
-            error = askVlanStates();
-        }
-    }
-    reading = false;
-    stale = error != 0; // tried again with the next notification
-    for (uint32_t i = 0; i < LINUX_LINKS && error == 0; i++) {
-        if (linuxLinks[i].seen != readings) {
-            gone(i);
-        }
+    int32_t error = 0;
+    bool again = true;
+    for (uint32_t i = 0; i < READ_TRIES && again; i++) {
+        const uint32_t bridge = linuxLinks[LINUX_LINK_BRIDGE].ifindex;
+        error = readOnce();
+        again = error == -EINTR || (error == 0 && (stale || bridge != linuxLinks[LINUX_LINK_BRIDGE].ifindex));
     }
     linuxPortsSettle();
     return error;

@@ -2,8 +2,9 @@
 // Turns netlink's description of interfaces into the table of ports.h: the full reading at start and after a loss, and every
 // notification in between, through the same code.
 //
-// An interface of the switch file may be missing, appear later, go, come back under another ifindex, be renamed, or leave the
-// bridge. None of that is an error: the port is down meanwhile, and each change is logged once.
+// An interface of the switch file may be missing, appear later, go, come back under another ifindex, or leave the bridge. None
+// of that is an error: the port is down meanwhile, and each change is logged once. linkplaces.h says what becomes of one that
+// gets another name.
 
 #include <cstdint>
 
@@ -15,7 +16,7 @@ int linuxLinksApply(const nlmsghdr *message, void *user);
 // Reads all interfaces; those that are not listed are gone. 0, or a negative errno.
 [[nodiscard]] int32_t linuxLinksRead();
 
-// Notifications were lost.
+// Something is not known that no further notification needs to say: notifications were lost, or not understood when they came.
 void linuxLinksDoubt();
 
 // Reads again what notifications left out. Called after a batch of them.

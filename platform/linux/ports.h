@@ -21,7 +21,7 @@ inline constexpr uint32_t LINUX_LINKS = LINUX_LINK_BRIDGE + 1;
 inline constexpr uint32_t LINUX_NO_LINK = 0xFFFFFFFFu;
 
 struct LinuxLink {
-    char name[16];
+    char name[16];         // that the kernel has for it now; while it is missing, of a port, the switch file's
     uint32_t ifindex;      // 0 while there is no such interface
     uint32_t master;       // ifindex of the bridge or bond that it is in, 0 for none
     uint32_t running;      // 1 when it is up and has a carrier

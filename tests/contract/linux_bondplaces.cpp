@@ -49,7 +49,7 @@ TEST_F(LinuxBondPlaces, ARenamedBondStaysWhereThereIsNoOtherPlace) {
     EXPECT_EQ(lac_channel_get_from_port(1), 9);
     testing::internal::CaptureStderr();
     tellKind(FIRST + 9, "uplink40", "bond");
-    EXPECT_EQ(said(), "snoopd6: interface bond9 is gone\n");
+    EXPECT_EQ(said(), "snoopd6: interface bond9 is called uplink40 now\n");
     EXPECT_EQ(lac_channel_get_from_port(1), 40);
 }
 
@@ -67,7 +67,10 @@ TEST_F(LinuxBondPlaces, ABondTooManyIsSaidOnce) {
     for (uint32_t i = 0; i < 3; i++) {
         tellKind(FIRST + LINUX_BONDS_MAX, "uplink99", "bond");
     }
-    EXPECT_EQ(said(), "snoopd6: bond uplink99 is one too many: at most 28 are followed\n");
+    EXPECT_EQ(said(),
+              "snoopd6: bond uplink99 is one too many: at most 28 are followed\n"
+              "snoopd6: interface uplink99 is in bridge br0 and is no port of the switch file: it is neither snooped nor "
+              "guarded\n");
     tellInterface(P1, "p1", FIRST + LINUX_BONDS_MAX);
     EXPECT_EQ(lac_channel_get_from_port(1), -1);
     EXPECT_EQ(linuxBridgeLink(0), LINUX_NO_LINK);

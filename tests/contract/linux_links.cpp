@@ -31,8 +31,81 @@ TEST_F(LinuxLinks, LeavesOutPortsThatDoNotForward) {
     EXPECT_EQ(linuxLinks[0].ifindex, 0u);
     tellInterface(P1 + 50, "p1", BRIDGE); // came back under another number
     EXPECT_EQ(members(1), 0x80u);
-    tellInterface(P1 + 50, "other", BRIDGE); // renamed
-    EXPECT_EQ(members(1), 0u);
+}
+
+// What a port is follows from the interface, not from its name, for as long as the interface is in the bridge.
+TEST_F(LinuxLinks, ARenamedInterfaceStaysThePort) {
+    tellInterface(P1, "other", BRIDGE);
+    EXPECT_EQ(linuxLinks[0].ifindex, P1);
+    EXPECT_STREQ(linuxLinks[0].name, "other");
+    EXPECT_EQ(members(1), 0xC0u);
+    tellInterface(P1, "p1", BRIDGE);
+    EXPECT_STREQ(linuxLinks[0].name, "p1");
+    tellInterface(P1, "other", BRIDGE);
+    tellInterface(P3, "p1", BRIDGE); // has the port's name, and is not the port
+    EXPECT_EQ(linuxLinks[0].ifindex, P1);
+    EXPECT_EQ(linuxLinkByIfindex(P3), LINUX_NO_LINK);
+    tellInterface(P1, "other", 0); // left the bridge
+    EXPECT_EQ(linuxLinks[0].ifindex, 0u);
+    EXPECT_STREQ(linuxLinks[0].name, "p1");
+    tellInterface(P1, "other", BRIDGE); // came back, and is nobody
+    EXPECT_EQ(linuxLinkByIfindex(P1), LINUX_NO_LINK);
+    tellInterface(P3, "p1", BRIDGE);
+    EXPECT_EQ(linuxLinks[0].ifindex, P3);
+}
+
+TEST_F(LinuxLinks, TwoPortsThatSwapTheirNamesStayWhatTheyAre) {
+    tellInterface(P1, "p2", BRIDGE); // as a full reading lists them
+    tellInterface(P2, "p1", BRIDGE);
+    EXPECT_EQ(linuxLinks[0].ifindex, P1);
+    EXPECT_EQ(linuxLinks[1].ifindex, P2);
+    tellGone(P2, "p1");
+    EXPECT_EQ(linuxLinks[1].ifindex, 0u);
+    EXPECT_STREQ(linuxLinks[1].name, "p2");
+    EXPECT_EQ(linuxLinks[0].ifindex, P1); // has the name that port 2 waits for
+    tellInterface(P1, "p2", 0);
+    EXPECT_EQ(linuxLinks[0].ifindex, 0u);
+}
+
+// The old one was deleted, and nobody said so.
+TEST_F(LinuxLinks, AnotherInterfaceUnderTheNewNameIsNotThePort) {
+    tellInterface(P1, "other", BRIDGE);
+    tellInterface(P3, "other", BRIDGE);
+    EXPECT_EQ(linuxLinks[0].ifindex, 0u);
+    EXPECT_STREQ(linuxLinks[0].name, "p1");
+    EXPECT_EQ(linuxLinkByIfindex(P3), LINUX_NO_LINK);
+}
+
+TEST_F(LinuxLinks, AMemberOfABondIsFollowedWhileTheBondIsInTheBridge) {
+    tellInterface(BOND, "bond5", BRIDGE);
+    tellInterface(P1, "p1", BOND);
+    tellInterface(P1, "other", BOND);
+    EXPECT_EQ(linuxBridgeLink(0), LINUX_LINK_BOND0);
+    tellInterface(BOND, "bond5", 0);
+    EXPECT_EQ(linuxLinks[0].ifindex, 0u);
+    tellGone(BOND, "bond5");
+}
+
+TEST_F(LinuxLinks, TheBridgeIsFollowedToo) {
+    LinkMessage message{};
+    startLink(&message, RTM_NEWLINK, AF_UNSPEC, BRIDGE, "cellar");
+    linuxLinksApply(message.header, nullptr);
+    EXPECT_EQ(linuxLinks[LINUX_LINK_BRIDGE].ifindex, BRIDGE);
+    EXPECT_EQ(members(1), 0xC0u);
+    tellGone(BRIDGE, "cellar");
+    EXPECT_STREQ(linuxLinks[LINUX_LINK_BRIDGE].name, "br0");
+}
+
+TEST_F(LinuxLinks, AStrangerInTheBridgeIsNamedOnce) {
+    testing::internal::CaptureStderr();
+    tellInterface(P3 + 20, "uplink", BRIDGE);
+    tellInterface(P3 + 20, "uplink", BRIDGE);
+    tellInterface(P3 + 20, "uplink", 0);
+    tellInterface(P3 + 20, "uplink", BRIDGE);
+    const std::string line = "snoopd6: interface uplink is in bridge br0 and is no port of the switch file: it is neither "
+                             "snooped nor guarded\n";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), line + line);
+    tellGone(P3 + 20, "uplink");
 }
 
 // Wireless drivers say that something happened; what such a message does not describe has not gone.
