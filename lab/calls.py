@@ -30,7 +30,7 @@ COUNTERS = struct.Struct("<II11Q")
 COUNTER_NAMES = ("received", "delivered", "sent", "sendFailed", "notDhcpv6", "dropMalformed", "dropFragment", "dropVlan",
                  "dropState", "dropOversize", "kernelDropped")  # fmt: skip
 
-GUARD_STATUS = struct.Struct("<IIIIQQ")
+GUARD_STATUS = struct.Struct("<IIIIQQQ")
 FILTER_STATUS = struct.Struct("<IIII6s2x16s")
 BINDING = struct.Struct("<16x16s6s2xII")
 
@@ -136,7 +136,7 @@ def counters(link):
 
 def guard(link):
     """What the source guard wants and did on each port."""
-    names = ("guarded", "installed", "blocked", "local")
+    names = ("guarded", "installed", "blocked", "local", "discovery")
     return {row[0]: dict(zip(names, (*row[1:3], *row[4:]))) for row in table(link, 5, GUARD_STATUS)}
 
 

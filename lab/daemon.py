@@ -134,6 +134,13 @@ class Daemon:
         self.process.kill()
         self._ended()
 
+    def pause(self):
+        """Lets it sleep, whatever happens meanwhile, until `resume`."""
+        self.process.send_signal(signal.SIGSTOP)
+
+    def resume(self):
+        self.process.send_signal(signal.SIGCONT)
+
     def close(self):
         """Stops the daemon if it runs, and fails unless it ran, and ended, as it should."""
         try:

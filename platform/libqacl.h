@@ -4,6 +4,7 @@
 // Filters are values, not handles: removing names the same values as installing. Installing what is there already succeeds
 // and changes nothing; removing what is absent is refused and changes nothing. Addresses are 16 bytes and MACs 6 bytes, in
 // network order, copied before return. Ports count from 1. An all-zero MAC in a filter with a port means any source MAC.
+// A filter for a source that no host may have (unspecified, loopback, multicast, IPv4-mapped) may be refused.
 // All calls are synchronous and answer with the status of the filter hardware: 0 for success.
 //
 // Order of force: neighbour discovery, VLAN exemption and forward filters win over a port's deny-all.
@@ -18,7 +19,8 @@ extern "C" {
 // Redirects DHCPv6 frames to the processor (FRM_OP_INSTALL) or stops that (FRM_OP_REMOVE), on all ports.
 int32_t FRM_OperateDhcp6FilterResource(uint32_t operation);
 
-// Drops every IPv6 packet that enters through the port and that nothing below lets through.
+// Drops every IPv6 packet that enters through the port and that nothing below lets through. Removing it may remove the filters
+// of this port too: none of them is needed then.
 int32_t FRM_OperatePortDenyAllIp6FilterResource(uint32_t operation, uint32_t port);
 
 // Lets ICMPv6 neighbour discovery through on every port.

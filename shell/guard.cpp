@@ -16,7 +16,8 @@ CallEnd guardPorts(Connection *connection, std::vector<GuardPort> *ports, std::s
                           .guarded = mode == IP6_SOURCE_GUARD_ON,
                           .installed = platform[i].installed != 0,
                           .blocked = platform[i].blocked,
-                          .blockedLocal = platform[i].blockedLocal});
+                          .blockedLocal = platform[i].blockedLocal,
+                          .blockedDiscovery = platform[i].blockedDiscovery});
     }
     return end;
 }

@@ -10,10 +10,11 @@
 
 struct GuardPort {
     uint32_t number;
-    bool guarded;          // as configured
-    bool installed;        // the kernel has it closed
-    uint64_t blocked;      // packets, without the next member's
-    uint64_t blockedLocal; // packets from link-local sources
+    bool guarded;              // as configured
+    bool installed;            // the kernel has it closed
+    uint64_t blocked;          // packets, without those of the next two members
+    uint64_t blockedLocal;     // packets from link-local sources
+    uint64_t blockedDiscovery; // neighbour discovery and listener reports beyond the port's rate
 };
 
 // The switch's ports, ascending.

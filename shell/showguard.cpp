@@ -46,10 +46,11 @@ Outcome actionShowGuardInterfaces(Session *session, const Arguments &) {
                  {"guarded", "GUARDED"},
                  {"installed", "INSTALLED"},
                  {"blocked", "BLOCKED"},
-                 {"blocked_link_local", "BLOCKED LINK-LOCAL"}});
+                 {"blocked_link_local", "BLOCKED LINK-LOCAL"},
+                 {"blocked_discovery", "BLOCKED DISCOVERY"}});
     for (const GuardPort &port : ports) {
         reportRow(&report, {valueText(textPort(port.number)), valueYesNo(port.guarded), valueYesNo(port.installed),
-                            valueNumber(port.blocked), valueNumber(port.blockedLocal)});
+                            valueNumber(port.blocked), valueNumber(port.blockedLocal), valueNumber(port.blockedDiscovery)});
     }
     return actionShow(session, report);
 }

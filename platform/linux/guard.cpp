@@ -10,6 +10,7 @@
 
 #include "platform/linux/guarddenial.h"
 #include "platform/linux/guardkeys.h"
+#include "platform/linux/guardnames.h"
 #include "platform/linux/ipv6walk.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/nftset.h"
@@ -125,7 +126,7 @@ bool takePlaces(Moves *moves) {
     linuxGuardPlaces = now;
     for (uint32_t i = 0; i < moves->count; ++i)
         moves->interfaces[i].after = linuxGuardDenial(moves->interfaces[i].ifindex);
-    return any;
+    return any || linuxGuardNamesDiffer();
 }
 
 void queueMove(const LinuxGuardKey *key, const Moves &moves, bool in) {
@@ -179,6 +180,10 @@ int32_t moveDenials(const Moves &moves, bool stricter) {
         else
             linuxGuardQueueLooser(moves.interfaces[i], false);
     }
+    if (stricter)
+        linuxGuardNamesQueueIn();
+    else
+        linuxGuardNamesQueueOut();
     return linuxNftCommit();
 }
 
@@ -242,6 +247,34 @@ int32_t linuxGuardFilterRemove(const LinuxGuardKey *key) {
     return error;
 }
 
+// All of them in one batch as a rule; what the kernel refuses is gone for the daemon all the same, and the next change of the
+// ports writes everything anew.
+void linuxGuardFiltersForget(uint32_t port) {
+    uint32_t queued = 0;
+    int32_t refused = 0;
+    linuxNftBegin();
+    const LinuxGuardFilter *next = nullptr;
+    for (const LinuxGuardFilter *filter = linuxGuardNext(nullptr); filter != nullptr; filter = next) {
+        next = linuxGuardNext(&filter->key);
+        if (!hasPort(&filter->key) || filter->key.port != port)
+            continue;
+        const LinuxGuardKey key = filter->key;
+        queueFilterOut(&key, elementsOf(&key), false);
+        free(avlDelete(&filters, &key, compareKeys));
+        if (++queued % COMMIT_AFTER != 0)
+            continue;
+        const int32_t error = linuxNftCommit();
+        refused = refused == 0 ? error : refused;
+        linuxNftBegin();
+    }
+    const int32_t error = linuxNftCommit();
+    refused = refused == 0 ? error : refused;
+    if (refused != 0)
+        linuxLog("cannot take the filters of port 0/%u out of the kernel, tried again at the next change of the ports: %s",
+                 port, strerror(-refused));
+    unsettled = unsettled || refused != 0;
+}
+
 int32_t linuxGuardNeighbourDiscovery(bool open) {
     constexpr uint8_t DISCOVERY[] = {133, 134, 135, 136, 137}; // solicitations, advertisements, redirect
     constexpr uint8_t LISTENER[] = {131, 132, 143};            // reports and done
@@ -279,6 +312,8 @@ void linuxGuardSettle() {
     if (failed && !unsettled)
         linuxLog("cannot rewrite source-guard filters after a change of interfaces or VLANs, tried again at the next one: %s",
                  strerror(-*error));
+    if (failed)
+        linuxGuardNamesDoubt();
     unsettled = failed;
 }
 

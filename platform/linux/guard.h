@@ -51,6 +51,10 @@ static_assert(offsetof(LinuxGuardFilter, link) == 0);
 [[nodiscard]] int32_t linuxGuardNeighbourDiscovery(bool open);
 [[nodiscard]] int32_t linuxGuardVlanExempt(uint32_t vlan, bool exempt);
 
+// Removes every filter of kinds 3 and 4 of a port. Opening a port does so: a filter that is left then belongs to nobody, and
+// would let its source in when the port is closed again.
+void linuxGuardFiltersForget(uint32_t port);
+
 // Rewrites the elements of ports whose interface or native VLAN has changed.
 void linuxGuardSettle();
 

@@ -4,16 +4,30 @@
 #include <span>
 
 #include "platform/linux/guard.h"
+#include "platform/linux/guardnames.h"
 #include "platform/linux/nftset.h"
+#include "platform/linux/portnames.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/vlans.h"
 
 namespace {
 
-std::array<bool, LINUX_PORTS_MAX> closed;      // wanted: deny all but the filters
-std::array<bool, LINUX_VLAN_MAX + 1> exempt;   // by VLAN id
-std::array<uint64_t, LINUX_PORTS_MAX> blocked; // counted since the port was closed, on interfaces that it has left
-std::array<uint64_t, LINUX_PORTS_MAX> blockedLocal;
+std::array<bool, LINUX_PORTS_MAX> closed;    // wanted: deny all but the filters
+std::array<bool, LINUX_VLAN_MAX + 1> exempt; // by VLAN id
+
+// Sets of interfaces whose elements count, each with the member of a port's status that it adds to.
+struct CountingSet {
+    const char *set;
+    uint64_t LinuxGuardPortStatus::*member;
+};
+
+constexpr std::array<CountingSet, 3> COUNTING = {{
+    {"blocked", &LinuxGuardPortStatus::blocked},
+    {"blocked_local", &LinuxGuardPortStatus::blockedLocal},
+    {"blocked_nd", &LinuxGuardPortStatus::blockedDiscovery},
+}};
+
+std::array<LinuxGuardPortStatus, LINUX_PORTS_MAX> kept; // counted since the port was closed, on interfaces that it has left
 
 std::span<const uint8_t> keyOf(const uint32_t &ifindex) {
     return {reinterpret_cast<const uint8_t *>(&ifindex), sizeof ifindex};
@@ -34,18 +48,31 @@ int32_t setClosed(uint32_t port0, bool close, bool strict) {
         linuxGuardQueueStricter(change);
         linuxGuardQueueLooser(change, strict);
     }
+    linuxGuardNamesQueueIn();
+    linuxGuardNamesQueueOut();
     const int32_t error = linuxNftCommit();
-    if (error != 0)
+    if (error != 0) {
         closed[port0] = !close;
+        linuxGuardNamesDoubt();
+    }
     return error;
 }
 
-uint64_t packetsOf(const char *set, uint32_t ifindex) {
+uint64_t packetsOf(const char *set, std::span<const uint8_t> key) {
     LinuxNftCount count{};
-    return ifindex != 0 && linuxNftGet(set, keyOf(ifindex), &count) == 0 ? count.packets : 0;
+    return linuxNftGet(set, key, &count) == 0 ? count.packets : 0;
+}
+
+// Adds what the interface of a port has counted.
+void addCounts(uint32_t port0, LinuxGuardPortStatus *status) {
+    const uint32_t ifindex = linuxGuardPlaces[port0].ifindex;
+    for (const CountingSet &counting : COUNTING)
+        status->*counting.member += ifindex == 0 ? 0 : packetsOf(counting.set, keyOf(ifindex));
 }
 
 } // namespace
+
+bool linuxGuardPortClosed(uint32_t port0) { return closed[port0]; }
 
 LinuxGuardDenial linuxGuardDenial(uint32_t ifindex) {
     LinuxGuardDenial denial{};
@@ -63,9 +90,10 @@ void linuxGuardQueueStricter(const LinuxGuardDenialChange &change) {
     const std::span<const uint8_t> key = keyOf(change.ifindex);
     if (begins(change, change.before.closed, change.after.closed)) {
         linuxNftAdd("guard_if", key);
-        for (const char *counter : {"blocked", "blocked_local"}) {
-            linuxNftDrop(counter, key); // counts from 0
-            linuxNftAdd(counter, key);
+        linuxNftAdd("nd_over", key);
+        for (const CountingSet &counting : COUNTING) {
+            linuxNftDrop(counting.set, key); // counts from 0
+            linuxNftAdd(counting.set, key);
         }
     }
     if (begins(change, change.before.raClosed, change.after.raClosed))
@@ -82,21 +110,22 @@ void linuxGuardQueueLooser(const LinuxGuardDenialChange &change, bool strict) {
         linuxNftDrop("ra_closed_if", key);
     if (ends(change, change.before.closed, change.after.closed)) {
         (strict ? linuxNftRemove : linuxNftDrop)("guard_if", key);
-        linuxNftDrop("blocked", key);
-        linuxNftDrop("blocked_local", key);
+        linuxNftDrop("nd_over", key);
+        for (const CountingSet &counting : COUNTING)
+            linuxNftDrop(counting.set, key);
     }
 }
 
 void linuxGuardQueueForget() {
-    for (const char *set : {"guard_if", "ra_closed_if", "exempt_if", "blocked", "blocked_local"})
+    for (const char *set : {"guard_if", "ra_closed_if", "exempt_if", "nd_over"})
         linuxNftEmpty(set);
+    for (const CountingSet &counting : COUNTING)
+        linuxNftEmpty(counting.set);
 }
 
 void linuxGuardKeepCount(uint32_t port0) {
-    if (!closed[port0])
-        return;
-    blocked[port0] += packetsOf("blocked", linuxGuardPlaces[port0].ifindex);
-    blockedLocal[port0] += packetsOf("blocked_local", linuxGuardPlaces[port0].ifindex);
+    if (closed[port0])
+        addCounts(port0, &kept[port0]);
 }
 
 int32_t linuxGuardPortClose(uint32_t port) {
@@ -104,8 +133,7 @@ int32_t linuxGuardPortClose(uint32_t port) {
         return -ENODEV;
     if (closed[port - 1])
         return 0;
-    blocked[port - 1] = 0;
-    blockedLocal[port - 1] = 0;
+    kept[port - 1] = {};
     return setClosed(port - 1, true, true);
 }
 
@@ -115,11 +143,14 @@ int32_t linuxGuardPortOpen(uint32_t port) {
     if (!closed[port - 1])
         return -ENOENT;
     const int32_t error = setClosed(port - 1, false, true);
+    if (error == 0)
+        linuxGuardFiltersForget(port);
     if (error != -ENOENT)
         return error;
     // Somebody else opened it in the kernel: it is open from now on, and what is left of it goes as far as it can.
     static_cast<void>(setClosed(port - 1, false, false));
     closed[port - 1] = false;
+    linuxGuardFiltersForget(port);
     return error;
 }
 
@@ -141,14 +172,17 @@ int32_t linuxGuardVlanExempt(uint32_t vlan, bool add) {
 }
 
 void linuxGuardPortStatus(uint32_t port, LinuxGuardPortStatus *status) {
-    *status = {};
-    status->port = port;
     const uint32_t port0 = port - 1;
     const uint32_t ifindex = linuxGuardPlaces[port0].ifindex;
+    *status = closed[port0] ? kept[port0] : LinuxGuardPortStatus{};
+    status->port = port;
     status->guarded = closed[port0] ? 1 : 0;
     status->installed = ifindex != 0 && linuxNftGet("guard_if", keyOf(ifindex), nullptr) == 0 ? 1 : 0;
     if (!closed[port0])
         return;
-    status->blocked = blocked[port0] + packetsOf("blocked", ifindex);
-    status->blockedLocal = blockedLocal[port0] + packetsOf("blocked_local", ifindex);
+    addCounts(port0, status);
+    LinuxPortNames names{};
+    linuxPortNamesAdd(&names, port0);
+    for (const LinuxPortName &name : linuxPortNamesAll(names))
+        status->blocked += packetsOf("guard_name", name);
 }

@@ -27,6 +27,9 @@ struct LinuxGuardDenialChange {
     bool certain; // the kernel has what `before` says
 };
 
+// Whether a port, by index, is to be closed.
+[[nodiscard]] bool linuxGuardPortClosed(uint32_t port0);
+
 // What is wanted of an interface now.
 [[nodiscard]] LinuxGuardDenial linuxGuardDenial(uint32_t ifindex);
 

@@ -59,7 +59,7 @@ uint32_t brokenOff(const Cursor &c) { return c.firstFragment ? LINUX_WALK_FRAGME
 
 uint32_t other(const Cursor &c) { return c.lost ? LINUX_WALK_MALFORMED : LINUX_WALK_OTHER; }
 
-// Whether the rules of the trap see what stands behind this extension header. trap.cpp holds the rules that this mirrors.
+// Whether the rules of the trap see what stands behind this extension header. nftrules.cpp holds the rules that this mirrors.
 bool kernelFollows(const Cursor &c, uint8_t behind, uint32_t length) {
     if (c.blind) {
         return c.headers == 0 && (isHarmless(behind) ? c.next == NH_HOP_BY_HOP || c.next == NH_FRAGMENT
@@ -144,20 +144,31 @@ void readUdp(const Cursor &c, std::span<const uint16_t> ports, LinuxWalk *walk) 
     walk->length = static_cast<uint32_t>(c.frame.size());
 }
 
-// Finds the IPv6 header behind the tags. False when there is none; the verdict is set then.
-bool skipTags(std::span<const uint8_t> frame, LinuxWalk *walk) {
-    uint32_t size = static_cast<uint32_t>(frame.size());
+// Whether an 802.3 frame carries IPv6 or a tag in LLC/SNAP. `payload` begins with the LLC header.
+bool isSnapCarrier(std::span<const uint8_t> payload) {
+    return payload.size() >= LINUX_SNAP_TYPE + 2 && (linuxBe16(payload.data()) & LINUX_LLC_MASK) == LINUX_LLC_SNAP &&
+           linuxIsCarried(linuxBe16(payload.data() + LINUX_SNAP_TYPE));
+}
+
+// Finds the IPv6 header after the tags. False when there is none that is read; the verdict is set then.
+bool skipTags(std::span<const uint8_t> frame, uint32_t addedTags, LinuxWalk *walk) {
+    const uint32_t size = static_cast<uint32_t>(frame.size());
     uint32_t at = ETHER_TYPE_OFFSET;
     while (size >= at + 2 && linuxIsTag(linuxBe16(frame.data() + at))) {
         at += TAG_LENGTH;
         walk->tags++;
     }
     walk->ipOffset = at + 2;
-    if (size < at + 2 || linuxBe16(frame.data() + at) != LINUX_ETHER_IP6) {
-        walk->verdict = LINUX_WALK_OTHER;
+    walk->verdict = LINUX_WALK_OTHER;
+    if (walk->tags > LINUX_TAGS_READ + addedTags)
+        walk->verdict = LINUX_WALK_MALFORMED;
+    else if (size < at + 2)
         return false;
-    }
-    return true;
+    else if (linuxBe16(frame.data() + at) == LINUX_ETHER_IP6)
+        return true;
+    else if (linuxBe16(frame.data() + at) < LINUX_ETHER_MIN && isSnapCarrier(frame.subspan(at + 2)))
+        walk->verdict = LINUX_WALK_MALFORMED;
+    return false;
 }
 
 // What the kernel's rules let through without a look at anything else in the IPv6 header.
@@ -177,7 +188,7 @@ bool plainlyOther(std::span<const uint8_t> frame, uint32_t ip, std::span<const u
 
 LinuxWalk linuxIp6Walk(std::span<const uint8_t> frame, uint32_t addedTags, std::span<const uint16_t> ports) {
     LinuxWalk walk{};
-    if (!skipTags(frame, &walk)) {
+    if (!skipTags(frame, addedTags, &walk)) {
         return walk;
     }
     uint32_t ip = walk.ipOffset;

@@ -8,7 +8,8 @@
 // that the trap lets through is never delivered, since it would arrive twice; a frame that the trap holds back is delivered
 // or counted as dropped, never just ignored. So the walk also knows how far the kernel's rules can follow a chain: not past
 // an authentication, mobility, HIP or shim6 header, and hardly at all behind two VLAN tags. Where they lose the way the trap
-// holds the frame back, and the verdict here is LINUX_WALK_MALFORMED unless it turns out to be a message after all.
+// holds the frame back, and the verdict here is LINUX_WALK_MALFORMED unless it turns out to be a message after all. The same
+// verdict ends more tags than the rules read, whatever they carry, and IPv6 or tags inside 802.3 LLC/SNAP.
 
 #include <array>
 #include <cstdint>
@@ -21,12 +22,25 @@ inline constexpr std::array<uint8_t, 26> LINUX_IP6_HARMLESS = {
     92, 94, 97, 98, 103, 108, 112, 115, 124, 132, 136, 137, 143, // ..., PIM, IPComp, VRRP, L2TP, IS-IS, SCTP, UDP-Lite, ...
 };
 
+inline constexpr uint8_t LINUX_IP6_ICMP = 58;
+
 inline constexpr uint16_t LINUX_TPID_8021Q = 0x8100;
 inline constexpr uint16_t LINUX_TPID_8021AD = 0x88A8;
+inline constexpr uint16_t LINUX_TPID_9100 = 0x9100; // a tag to some equipment, payload to the bridge and to hosts
 inline constexpr uint16_t LINUX_ETHER_IP6 = 0x86DD;
+inline constexpr uint16_t LINUX_ETHER_MIN = 0x0600; // below it the field is a length, and LLC follows
+inline constexpr uint16_t LINUX_LLC_MASK = 0xFEFE;  // the bits of the two LLC addresses that name a protocol
+inline constexpr uint16_t LINUX_LLC_SNAP = 0xAAAA;
+inline constexpr uint32_t LINUX_SNAP_TYPE = 6; // bytes from the LLC header to the type in the SNAP header
+inline constexpr uint32_t LINUX_TAGS_READ = 3; // tags on the wire that the rules read; with more a frame is held back
 
 [[nodiscard]] constexpr bool linuxIsTag(uint32_t etherType) {
     return etherType == LINUX_TPID_8021Q || etherType == LINUX_TPID_8021AD;
+}
+
+// Whether a LLC/SNAP header with this type carries what must not pass unread.
+[[nodiscard]] constexpr bool linuxIsCarried(uint32_t snapType) {
+    return snapType == LINUX_ETHER_IP6 || snapType == LINUX_TPID_9100 || linuxIsTag(snapType);
 }
 
 [[nodiscard]] constexpr uint16_t linuxBe16(const uint8_t *bytes) { return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]); }

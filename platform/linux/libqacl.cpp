@@ -20,9 +20,19 @@ bool makeKey(uint32_t kind, uint32_t port, const uint8_t *mac, const uint8_t *ad
     return address != nullptr && (mac != nullptr || kind == LINUX_FILTER_ADDRESS);
 }
 
+// No host may send from these: the unspecified address, loopback, IPv4 in disguise, and groups.
+bool isNobodys(const uint8_t *address) {
+    constexpr uint8_t ZEROS[16] = {};
+    const bool loopbackOrNone = memcmp(address, ZEROS, 15) == 0 && address[15] <= 1;
+    const bool mapped = memcmp(address, ZEROS, 10) == 0 && address[10] == 0xFF && address[11] == 0xFF;
+    return loopbackOrNone || mapped || address[0] == 0xFF;
+}
+
 int32_t add(uint32_t kind, uint32_t port, const uint8_t *mac, const uint8_t *address, uint32_t vlan) {
     LinuxGuardKey key;
-    return makeKey(kind, port, mac, address, vlan, &key) ? linuxGuardFilterAdd(&key) : -EINVAL;
+    if (!makeKey(kind, port, mac, address, vlan, &key))
+        return -EINVAL;
+    return isNobodys(key.address) ? -EADDRNOTAVAIL : linuxGuardFilterAdd(&key);
 }
 
 int32_t remove(uint32_t kind, uint32_t port, const uint8_t *mac, const uint8_t *address, uint32_t vlan) {

@@ -1,6 +1,6 @@
 #pragma once
-// The switch's one table of bridge filter rules, for the DHCPv6 trap (trap.h) and the source guard (guard.h). Its rules are
-// loaded once, at start; afterwards only elements of its sets change (nftset.h).
+// The switch's one table of bridge filter rules (nftrules.h) in the kernel. It is loaded once, at start; afterwards only
+// elements of its sets change (nftset.h).
 //
 // The table stays when the process dies, so that a switch with snooping or a guard on does not open; a new start replaces it in
 // one step, and a stop takes it away.

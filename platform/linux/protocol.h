@@ -144,10 +144,11 @@ struct LinuxGuardPortStatus { // source guard of one port
     uint32_t guarded;   // 1 when the daemon wants it closed
     uint32_t installed; // 1 when the kernel has it closed
     uint32_t reserved;
-    uint64_t blocked;      // packets refused since the port was closed, without the next member's
-    uint64_t blockedLocal; // packets refused from link-local sources, which no router would have taken further
+    uint64_t blocked;          // packets refused since the port was closed, without those of the next two members
+    uint64_t blockedLocal;     // packets refused from link-local sources, which no router would have taken further
+    uint64_t blockedDiscovery; // neighbour discovery and listener reports refused because there were too many of them
 };
-static_assert(sizeof(LinuxGuardPortStatus) == 32);
+static_assert(sizeof(LinuxGuardPortStatus) == 40);
 
 struct LinuxFilterStatus { // a forward filter that the daemon wants
     uint32_t kind;         // 1 address, 2 MAC and address, 3 port, MAC and address, 4 the same in one VLAN

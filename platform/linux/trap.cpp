@@ -1,20 +1,24 @@
 #include "platform/linux/trap.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
 #include "platform/linux/loop.h"
 #include "platform/linux/nftset.h"
+#include "platform/linux/portnames.h"
 #include "platform/linux/ports.h"
 
 namespace {
 
 constexpr const char *TRAP_SET = "trap_if";
+constexpr const char *NAME_SET = "trap_name";
 
-// Interfaces that stand for the ports in the bridge; each once.
+// Interfaces that stand for the ports in the bridge, each once, and the names that they may come back under.
 struct Interfaces {
     uint32_t count;
     std::array<uint32_t, LINUX_PORTS_MAX> ifindex;
+    LinuxPortNames names;
 };
 
 bool captured;   // a capture wants the frames for itself
@@ -24,6 +28,10 @@ Interfaces held; // in the kernel's set
 Interfaces wanted() {
     Interfaces found{};
     for (uint32_t p = 0; p < LINUX_PORTS_MAX && linuxTrapHolds(); p++) {
+        if (!linuxPortExists(p + 1)) {
+            continue;
+        }
+        linuxPortNamesAdd(&found.names, p);
         uint32_t link = linuxBridgeLink(p);
         uint32_t ifindex = linuxLinks[link == LINUX_NO_LINK ? p : link].ifindex; // held before it enters the bridge
         bool known = ifindex == 0;
@@ -41,8 +49,12 @@ Interfaces wanted() {
 int32_t install(const Interfaces &interfaces) {
     linuxNftBegin();
     linuxNftEmpty(TRAP_SET);
+    linuxNftEmpty(NAME_SET);
     for (uint32_t i = 0; i < interfaces.count; i++) {
         linuxNftAdd(TRAP_SET, {reinterpret_cast<const uint8_t *>(&interfaces.ifindex[i]), sizeof(uint32_t)});
+    }
+    for (const LinuxPortName &name : linuxPortNamesAll(interfaces.names)) {
+        linuxNftAdd(NAME_SET, name);
     }
     int32_t error = linuxNftCommit();
     if (error != 0) {
@@ -54,7 +66,8 @@ int32_t install(const Interfaces &interfaces) {
 }
 
 bool same(const Interfaces &a, const Interfaces &b) {
-    return a.count == b.count && memcmp(a.ifindex.data(), b.ifindex.data(), a.count * sizeof a.ifindex[0]) == 0;
+    return a.count == b.count && memcmp(a.ifindex.data(), b.ifindex.data(), a.count * sizeof a.ifindex[0]) == 0 &&
+           std::ranges::equal(linuxPortNamesAll(a.names), linuxPortNamesAll(b.names));
 }
 
 // Sets one of the two reasons.

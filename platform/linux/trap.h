@@ -2,9 +2,9 @@
 // The trap: while it holds, the kernel's bridge learns addresses from DHCPv6 frames of the switch's ports but does not forward
 // them. It is the daemon's alone to do so.
 //
-// Its rules are part of the one table (nfttable.h); here only the set of interfaces changes that they hold for: every port of
-// the switch, or none. The whole chain of extension headers is looked at. What the kernel cannot walk to its end is held back,
-// ipv6walk.h says what becomes of it.
+// Its rules are part of the one table (nftrules.h); here only the sets of interfaces change that they hold for: every port of
+// the switch, or none. They hold by name as well, for an interface that was made again and is not known yet. The whole chain of
+// extension headers is looked at. What the kernel cannot walk to its end is held back, ipv6walk.h says what becomes of it.
 
 #include <cstdint>
 

@@ -25,6 +25,7 @@
 namespace {
 
 constexpr uint32_t BRIDGE = 500, BOND = 600; // interface indexes; port 1 has 101, port 2 has 102, ...
+constexpr uint32_t CLOSED = 5;               // elements of a closed interface: denial, rate, three counters
 
 LinuxGuardKey filter(uint32_t kind, uint32_t port, uint32_t vlan, uint32_t number = 1) {
     LinuxGuardKey key{};
@@ -39,6 +40,12 @@ LinuxGuardKey filter(uint32_t kind, uint32_t port, uint32_t vlan, uint32_t numbe
 bool has(const char *set, std::span<const uint8_t> key) { return linuxNftGet(set, key, nullptr) == 0; }
 
 bool has(const char *set, uint32_t ifindex) { return has(set, {reinterpret_cast<const uint8_t *>(&ifindex), sizeof ifindex}); }
+
+bool hasName(const char *name) {
+    uint8_t key[16] = {};
+    memcpy(key, name, strlen(name));
+    return has("guard_name", key);
+}
 
 // Elements in the kernel, of all sets together.
 uint32_t elements() {
@@ -86,6 +93,7 @@ class LinuxGuard : public testing::Test {
         linuxBridge.vlanTpid = LINUX_TPID_8021Q;
         for (uint32_t port = 1; port <= 4; ++port) {
             linuxSwitch.ports[port - 1].exists = 1;
+            snprintf(linuxSwitch.ports[port - 1].interface, sizeof linuxSwitch.ports[port - 1].interface, "p%u", port);
             place(port, 100 + port, BRIDGE, 1);
         }
         linuxSwitch.ports[3].raGuard = 1;
@@ -119,6 +127,7 @@ class LinuxGuard : public testing::Test {
     }
 
     static void bond(uint32_t ifindex, uint32_t native, std::initializer_list<uint32_t> ports) {
+        snprintf(linuxLinks[LINUX_LINK_BOND0].name, sizeof linuxLinks[LINUX_LINK_BOND0].name, "bond0");
         linuxLinks[LINUX_LINK_BOND0].ifindex = ifindex;
         linuxLinks[LINUX_LINK_BOND0].master = BRIDGE;
         linuxLinks[LINUX_LINK_BOND0].nativeVlan = native;
@@ -147,14 +156,15 @@ TEST_F(LinuxGuard, FollowsAnInterface) {
     for (const LinuxGuardKey &key : keys)
         ASSERT_EQ(linuxGuardFilterAdd(&key), 0);
     ASSERT_EQ(linuxGuardPortClose(1), 0);
-    EXPECT_EQ(elements(), 1u + 4 + 3);
+    EXPECT_EQ(elements(), 1u + 4 + CLOSED + 1);
+    EXPECT_TRUE(hasName("p1"));
     place(1, 0, 0, 0);
     linuxGuardSettle();
-    EXPECT_EQ(elements(), 1u);
+    EXPECT_EQ(elements(), 1u + 1) << "an interface of that name is closed before its index is known";
     EXPECT_FALSE(linuxGuardInKernel(&keys[0]));
     place(1, 111, BRIDGE, 10);
     linuxGuardSettle();
-    EXPECT_EQ(elements(), 1u + 4 + 3);
+    EXPECT_EQ(elements(), 1u + 4 + CLOSED + 1);
     EXPECT_TRUE(has("guard_if", 111));
     for (const LinuxGuardKey &key : keys) {
         EXPECT_TRUE(written(key, {.ifindex = 111, .native = 10}));
@@ -199,21 +209,22 @@ TEST_F(LinuxGuard, MembersJoinAndLeave) {
         ASSERT_EQ(linuxGuardFilterAdd(&key), 0);
         ASSERT_EQ(linuxGuardPortClose(key.port), 0);
     }
-    EXPECT_EQ(elements(), 1u + 2 + 6);
+    EXPECT_EQ(elements(), 1u + 2 + 2 * CLOSED + 2);
     bond(BOND, 1, {1});
+    EXPECT_TRUE(hasName("p1") && hasName("bond0"));
     EXPECT_TRUE(has("guard_if", BOND) && has("guard_if", 102) && !has("guard_if", 101));
     bond(BOND, 1, {2});
     EXPECT_TRUE(has("guard_if", BOND) && !has("guard_if", 102));
-    EXPECT_EQ(elements(), 1u + 1 + 3);
+    EXPECT_EQ(elements(), 1u + 1 + CLOSED + 3);
     bond(BOND + 1, 1, {1, 2}); // made anew
     EXPECT_TRUE(has("guard_if", BOND + 1) && !has("guard_if", BOND));
-    EXPECT_EQ(elements(), 1u + 1 + 3);
+    EXPECT_EQ(elements(), 1u + 1 + CLOSED + 3);
     place(1, 101, BRIDGE, 1);
     linuxGuardSettle();
     EXPECT_TRUE(has("guard_if", BOND + 1) && has("guard_if", 101));
     EXPECT_TRUE(written(keys[0], {.ifindex = 101, .native = 1}));
     EXPECT_TRUE(written(keys[1], {.ifindex = BOND + 1, .native = 1}));
-    EXPECT_EQ(elements(), 1u + 2 + 6);
+    EXPECT_EQ(elements(), 1u + 2 + 2 * CLOSED + 3);
 }
 
 // The same host is bound in both VLANs: its element for frames without a tag stays, whoever it is there for.
@@ -224,17 +235,17 @@ TEST_F(LinuxGuard, TheNativeVlanChanges) {
     for (const LinuxGuardKey *key : {&one, &ten, &only})
         ASSERT_EQ(linuxGuardFilterAdd(key), 0);
     ASSERT_EQ(linuxGuardPortClose(1), 0);
-    EXPECT_EQ(elements(), 1u + 4 + 3);
+    EXPECT_EQ(elements(), 1u + 4 + CLOSED + 1);
     for (const uint32_t native : {10u, 1u, 10u}) {
         place(1, 101, BRIDGE, native);
         linuxGuardSettle();
-        EXPECT_EQ(elements(), native == 10 ? 1u + 5 + 3 : 1u + 4 + 3);
+        EXPECT_EQ(elements(), 1u + (native == 10 ? 5 : 4) + CLOSED + 1);
         for (const LinuxGuardKey *key : {&one, &ten, &only})
             EXPECT_TRUE(written(*key, {.ifindex = 101, .native = native}));
     }
     place(1, 101, BRIDGE, 0);
     linuxGuardSettle();
-    EXPECT_EQ(elements(), 1u + 3 + 3);
+    EXPECT_EQ(elements(), 1u + 3 + CLOSED + 1);
 }
 
 TEST_F(LinuxGuard, TheNativeVlanOfABondChanges) {
@@ -251,7 +262,7 @@ TEST_F(LinuxGuard, TheNativeVlanOfABondChanges) {
         EXPECT_EQ(has("exempt_if", BOND), native == 10);
         for (const LinuxGuardKey &key : keys)
             EXPECT_TRUE(written(key, {.ifindex = BOND, .native = native}));
-        EXPECT_EQ(elements(), 1u + 1 + 2 + (native == 20 ? 0 : 1) + 3 + (native == 10 ? 1 : 0));
+        EXPECT_EQ(elements(), 1u + 1 + 2 + (native == 20 ? 0 : 1) + CLOSED + 3 + (native == 10 ? 1 : 0));
     }
     EXPECT_EQ(linuxGuardVlanExempt(10, false), 0);
 }
@@ -361,12 +372,12 @@ TEST_F(LinuxGuard, ARefusedMoveLeavesNothingBehind) {
     };
     ASSERT_TRUE(linuxGuardFilterAdd(&key) == 0 && linuxGuardPortClose(1) == 0 && linuxGuardPortClose(4) == 0);
     ASSERT_EQ(linuxGuardVlanExempt(1, true), 0);
-    ASSERT_EQ(system("nft 'flush chain bridge snoopd6 guard; flush chain bridge snoopd6 guard_2_native; "
-                     "flush chain bridge snoopd6 guard_any_vlan; flush chain bridge snoopd6 guard_2_any_vlan; "
+    ASSERT_EQ(system("nft 'flush chain bridge snoopd6 guard_native; flush chain bridge snoopd6 guard_native_2; "
+                     "flush chain bridge snoopd6 refuse; flush chain bridge snoopd6 refuse_2; flush chain bridge snoopd6 over; "
                      "flush chain bridge snoopd6 block; delete set bridge snoopd6 f_native'"),
               0);
     uint32_t at = 101;
-    for (const std::string counter : {"blocked", "blocked_local"}) {
+    for (const std::string counter : {"blocked", "blocked_local", "blocked_nd"}) {
         ASSERT_EQ(system(("nft delete set bridge snoopd6 " + counter).c_str()), 0);
         move(at + 10);
         EXPECT_TRUE(has("guard_if", at) && has("ra_closed_if", at + 3) && has("exempt_if", at)) << "nothing is in force of it";
@@ -378,8 +389,43 @@ TEST_F(LinuxGuard, ARefusedMoveLeavesNothingBehind) {
     ASSERT_EQ(system("nft 'add set bridge snoopd6 f_native { typeof iif . ether saddr . @nh,64,128; }'"), 0);
     linuxGuardSettle();
     EXPECT_TRUE(linuxGuardInKernel(&key) && has("exempt_if", at) && has("guard_if", at + 3) && has("ra_closed_if", at + 3));
-    EXPECT_EQ(elements(), 1u + 1 + 2 + 2 * 3 + 1 + 1) << "tag type, VLAN, filter, two closed ones, one exempt, one to routers";
+    EXPECT_EQ(elements(), 1u + 1 + 2 + 2 * CLOSED + 2 + 1 + 1)
+        << "tag type, VLAN, filter, two closed ones and their names, one exempt, one to routers";
     EXPECT_EQ(linuxGuardVlanExempt(1, false), 0);
+}
+
+// The daemon took the record away and nobody asked for its filter any more.
+TEST_F(LinuxGuard, OpeningAPortLeavesNoneOfItsFilters) {
+    const LinuxGuardKey stale[] = {filter(LINUX_FILTER_PORT, 1, 0), filter(LINUX_FILTER_PORT_VLAN, 1, 1)};
+    const LinuxGuardKey others[] = {filter(LINUX_FILTER_ADDRESS, 0, 0), filter(LINUX_FILTER_MAC_ADDRESS, 0, 0),
+                                    filter(LINUX_FILTER_PORT_VLAN, 2, 1)};
+    ASSERT_EQ(linuxGuardPortClose(1), 0);
+    for (const LinuxGuardKey &key : stale)
+        ASSERT_EQ(linuxGuardFilterAdd(&key), 0);
+    for (const LinuxGuardKey &key : others)
+        ASSERT_EQ(linuxGuardFilterAdd(&key), 0);
+    EXPECT_EQ(linuxGuardPortOpen(1), 0);
+    for (const LinuxGuardKey &key : stale)
+        EXPECT_EQ(linuxGuardFilterRemove(&key), -ENOENT);
+    EXPECT_EQ(elements(), 1u + 4);
+    EXPECT_EQ(linuxGuardPortOpen(1), -ENOENT);
+    for (const LinuxGuardKey &key : others)
+        EXPECT_TRUE(linuxGuardInKernel(&key));
+}
+
+// More than one batch; what another member of the bond wants stays.
+TEST_F(LinuxGuard, OpeningOneMemberLeavesTheOthersFilters) {
+    bond(BOND, 1, {1, 2});
+    ASSERT_TRUE(linuxGuardPortClose(1) == 0 && linuxGuardPortClose(2) == 0);
+    for (uint32_t number = 1; number <= 1100; ++number) {
+        const LinuxGuardKey key = filter(LINUX_FILTER_PORT_VLAN, 1, 1, number);
+        ASSERT_EQ(linuxGuardFilterAdd(&key), 0);
+    }
+    const LinuxGuardKey shared = filter(LINUX_FILTER_PORT_VLAN, 2, 1);
+    ASSERT_EQ(linuxGuardFilterAdd(&shared), 0);
+    EXPECT_EQ(linuxGuardPortOpen(1), 0);
+    EXPECT_TRUE(written(shared, {.ifindex = BOND, .native = 1}));
+    EXPECT_EQ(elements(), 1u + 2 + CLOSED + 2);
 }
 
 TEST_F(LinuxGuard, HalfAnElementMissingLeavesNoOtherHalf) {

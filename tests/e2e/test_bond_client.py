@@ -105,7 +105,7 @@ def test_a_guarded_bond_lets_bound_sources_in_by_either_member(daemon, sent):
     assert daemon.filters() == {(4, 2, 1, CLIENT, ADDRESS): 1}
     for port in (1, 2):
         assert passes(sent, port, bound, posing, wrong) == [bound]
-    assert [daemon.guarded(port) for port in (1, 2)] == 2 * [{"guarded": 1, "installed": 1, "blocked": 8, "local": 0}]
+    assert [daemon.guarded(port) for port in (1, 2)] == 2 * [{"guarded": 1, "installed": 1, "blocked": 8, "local": 0, "discovery": 0}]
     daemon.bind("2001:db8::8", CLIENT, 1, 1)
     for port in (1, 2):
         assert passes(sent, port, bound, posing, wrong) == [wrong]  # who is bound has that address only

@@ -89,7 +89,7 @@ def test_dhcpv6_of_a_guarded_port_reaches_the_daemon_and_nobody_else(daemon, sen
     daemon.guard(1, 2, 3)
     frame = from_client(SOLICIT, HOST)
     assert sent(1, frame) == {4: [frame]}
-    assert daemon.guarded(1) == {"guarded": 1, "installed": 1, "blocked": 0, "local": 0}
+    assert daemon.guarded(1) == {"guarded": 1, "installed": 1, "blocked": 0, "local": 0, "discovery": 0}
 
 
 def ping(switch, port, source, target):
@@ -112,6 +112,8 @@ def test_a_real_client_behind_the_guard(daemon, switch, network):
     assert ping(switch, 1, "2001:db8:1::bad", "2001:db8:1::1") == 0
     switch.speak(2)
     netns.run(switch.host(2), "ip", "addr", "add", f"{leased}/64", "dev", "eth0", "nodad")
+    known = ("2001:db8:1::1", "lladdr", switch.mac(4), "dev", "eth0")  # it could not even ask from there
+    netns.run(switch.host(2), "ip", "neigh", "replace", *known)
     assert ping(switch, 2, leased, "2001:db8:1::1") == 0
     netns.run(switch.host(2), "ip", "addr", "del", f"{leased}/64", "dev", "eth0")
     assert daemon.guarded(1)["blocked"] == 3 and daemon.guarded(2)["blocked"] == 3
@@ -227,7 +229,7 @@ def test_a_port_closed_before_its_interface_comes(switch, out):
     daemon = Daemon(switch).start()
     try:
         daemon.guard(1).bind(BOUND, HOST, 1)
-        assert daemon.guarded(1) == {"guarded": 1, "installed": 0, "blocked": 0, "local": 0}
+        assert daemon.guarded(1) == {"guarded": 1, "installed": 0, "blocked": 0, "local": 0, "discovery": 0}
         assert list(daemon.filters().values()) == [0]
         switch.plug(1)
         daemon.until(lambda: daemon.guarded(1)["installed"] == 1, "the port is closed")
@@ -235,6 +237,112 @@ def test_a_port_closed_before_its_interface_comes(switch, out):
         assert out(1, packet(BOUND), packet(UNBOUND)) == [packet(BOUND)]
     finally:
         daemon.close()
+
+
+def rename(switch, interface, name):
+    switch.ip("link", "set", interface, "down")
+    switch.ip("link", "set", interface, "name", name)
+    switch.ip("link", "set", name, "up")
+
+
+def until_forwarding(daemon, port, state=1):
+    daemon.until(lambda: calls.ports(daemon.link)[port]["forwarding"] == state, f"port {port} is forwarding: {state}")
+
+
+def until_bridge_forwards(daemon, switch, interface):
+    daemon.until(lambda: "state forwarding" in switch_link(switch, interface), f"{interface} forwards")
+
+
+def switch_link(switch, interface):
+    return netns.run(switch.namespace, "bridge", "link", "show", "dev", interface)
+
+
+def test_a_renamed_interface_stays_guarded(idle, switch, out):
+    idle.guard(1).bind(BOUND, HOST, 1)
+    rename(switch, "p1", "weird")
+    idle.until(lambda: calls.ports(idle.link)[1]["interface"].rstrip(b"\0") == b"weird", "the new name is known")
+    until_forwarding(idle, 1)
+    assert out(1, *[packet(UNBOUND)] * 300, packet(BOUND)) == [packet(BOUND)]
+    assert idle.guarded(1)["blocked"] == 300
+    switch.ip("link", "set", "weird", "nomaster")
+    until_forwarding(idle, 1, 0)
+    assert idle.guarded(1)["installed"] == 0
+    switch.ip("link", "set", "weird", "master", "br0")
+    idle.until(lambda: "interface weird is in bridge br0 and is no port" in idle.log(), "the stranger is named")
+    until_bridge_forwards(idle, switch, "weird")
+    assert out(1, packet(UNBOUND)) == [packet(UNBOUND)]  # as the log says: it is nobody's port any more
+    switch.ip("link", "set", "weird", "nomaster")
+    rename(switch, "weird", "p1")
+    switch.ip("link", "set", "p1", "master", "br0")
+    until_forwarding(idle, 1)
+    assert out(1, packet(UNBOUND), packet(BOUND)) == [packet(BOUND)]
+
+
+def test_a_guarded_interface_made_again_while_no_daemon_runs_is_closed(switch, out, sent):
+    daemon = Daemon(switch).start()
+    try:
+        daemon.snoop(4).guard(1).bind(BOUND, HOST, 1)
+        daemon.kill()
+        switch.unplug(1)
+        switch.unplug(2)
+        switch.plug(1)
+        switch.plug(2)
+        everything = [packet(UNBOUND), packet(BOUND), packet(BOUND, tags=(10,)), packet(BOUND, tags=(10, 20)), packet(BOUND, tags=(0,) * 3)]
+        assert out(1, *everything) == []
+        rogue = frames.from_server(frames.ADVERTISE, mac_number(7))
+        assert sent(2, rogue, packet(UNBOUND), trusted=()) == {other: [packet(UNBOUND)] for other in (1, 3, 4)}
+    finally:
+        daemon.close()
+
+
+def test_a_guarded_interface_made_again_is_closed_before_the_daemon_knows(idle, switch, out):
+    idle.guard(1).bind(BOUND, HOST, 1)
+    idle.pause()
+    try:
+        switch.unplug(1)
+        switch.plug(1)
+        assert out(1, packet(UNBOUND), packet(BOUND)) == []
+    finally:
+        idle.resume()
+    idle.until(lambda: idle.guarded(1)["installed"] == 1, "the port is closed again")
+    until_forwarding(idle, 1)
+    assert out(1, packet(UNBOUND), packet(BOUND)) == [packet(BOUND)]
+    assert idle.guarded(1)["blocked"] == 3  # all of them, whoever closed the port when they came
+
+
+# ---- Filters that nobody asks for any more ------------------------------------------------------------------------------
+
+
+def test_a_release_on_another_port_leaves_no_filter_for_the_next_guard(daemon, sent, learn, out):
+    daemon.guard(1)
+    learn(1, HOST, LEASED)
+    release = from_client(RELEASE, HOST, frames.option(1, frames.duid(HOST)) + ia_na([LEASED]))
+    assert sent(2, release) == {4: [release]}
+    assert daemon.clients() == {}
+    daemon.call(calls.DELETE_ALL)
+    daemon.guard(1, mode=1)
+    assert daemon.filters() == {}
+    daemon.guard(1)
+    assert out(1, packet(LEASED)) == []
+
+
+def test_a_binding_with_another_mac_leaves_no_filter_for_the_next_guard(daemon, learn, out):
+    daemon.guard(1)
+    learn(1, HOST, LEASED)
+    daemon.bind(LEASED, OTHER, 1)
+    daemon.guard(1, mode=1)
+    assert daemon.filters() == {}
+    daemon.guard(1)
+    assert out(1, packet(LEASED), packet(LEASED, OTHER)) == [packet(LEASED, OTHER)]
+
+
+def test_a_delegated_prefix_of_a_bound_mac_opens_nothing(daemon, learn, out):
+    daemon.guard(1)
+    learn(1, HOST, LEASED, "2001:db8:100::/56")
+    daemon.bind(BOUND, HOST, 1)
+    daemon.unbind(BOUND)
+    assert list(daemon.filters()) == [(4, 1, 1, HOST, LEASED)]
+    assert out(1, packet("2001:db8:100::"), packet("2001:db8:100::1"), packet(LEASED)) == [packet(LEASED)]
 
 
 # ---- A kernel that refuses -------------------------------------------------------------------------------------------------
@@ -247,13 +355,13 @@ def test_what_the_kernel_refuses_is_returned(idle, switch):
     assert result == -2  # no such table
     result, outs = calls.call(idle.link, calls.EXEMPT, calls.u32(0), calls.vlan_list(10, 20), bytes(512))
     assert (result, outs[2]) == (-1, calls.vlan_list(10, 20))
-    assert idle.guarded(1) == {"guarded": 1, "installed": 0, "blocked": 0, "local": 0}
-    assert idle.guarded(2) == {"guarded": 0, "installed": 0, "blocked": 0, "local": 0}
+    assert idle.guarded(1) == {"guarded": 1, "installed": 0, "blocked": 0, "local": 0, "discovery": 0}
+    assert idle.guarded(2) == {"guarded": 0, "installed": 0, "blocked": 0, "local": 0, "discovery": 0}
     assert idle.filters() == {(3, 1, 0, HOST, BOUND): 0}
     idle.bind("2001:db8::3", OTHER, 1)  # the list takes it; the kernel did not
     assert idle.filters() == {(3, 1, 0, HOST, BOUND): 0}
     idle.guard(1, mode=1)
-    assert idle.guarded(1) == {"guarded": 0, "installed": 0, "blocked": 0, "local": 0}
+    assert idle.guarded(1) == {"guarded": 0, "installed": 0, "blocked": 0, "local": 0, "discovery": 0}
     assert idle.filters() == {}
     assert idle.stop() == 0
     idle.start().guard(1)
@@ -271,7 +379,7 @@ def test_what_somebody_takes_out_of_the_kernel_is_shown_and_leaves_no_hole(idle,
     nft(switch, "flush", "set", "bridge", "snoopd6", "blocked")
     assert idle.guarded(1)["installed"] == 1
     idle.guard(1, mode=1)
-    assert idle.guarded(1) == {"guarded": 0, "installed": 0, "blocked": 0, "local": 0}
+    assert idle.guarded(1) == {"guarded": 0, "installed": 0, "blocked": 0, "local": 0, "discovery": 0}
     assert out(1, packet(UNBOUND)) == [packet(UNBOUND)]
     idle.guard(1)
     nft(switch, "flush", "set", "bridge", "snoopd6", "guard_if")

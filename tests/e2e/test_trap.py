@@ -1,7 +1,7 @@
 """DHCPv6 cannot slip past the daemon behind extension headers or in fragments, and nothing but DHCPv6 is held up."""
 
 import pytest
-from lab import frames, netns
+from lab import calls, frames, netns
 from lab.frames import (
     ADVERTISE, AUTHENTICATION, CLIENT_PORT, DESTINATION, FRAGMENT, HIP, HOP_BY_HOP, MOBILITY, NO_NEXT, REPLY, ROUTING,
     SERVER_PORT, SERVERS, SERVERS_MAC, SHIM6, SOLICIT, UDP, authentication_header, ethernet, fragment_header, ia_na, ipv6,
@@ -84,6 +84,45 @@ def test_rogue_with_a_cut_chain(known, sent, name, first, make, cut):
 def test_rogue_behind_too_many_headers(known, sent):
     chain = options_header(DESTINATION) * 30 + options_header(UDP)
     assert sent(2, rogue_frame(DESTINATION, chain + rogue_segment())) == {}
+
+
+VLAN0, SERVICE0 = 0, (0, frames.ETH_8021AD)
+DEEP = [(VLAN0,) * depth for depth in range(3, 10)] + [(SERVICE0,) * 4, (VLAN0, SERVICE0) * 2, (10,) * 4, (VLAN0,) * 3 + (10,)]
+
+
+@pytest.mark.parametrize("tags", DEEP, ids=str)
+def test_what_lies_deeper_than_the_rules_read_is_held_back(known, sent, tags):
+    """Hosts take off as many priority tags as there are. Three are read; of more nothing passes, whatever they carry."""
+    rogue = rogue_frame(UDP, rogue_segment(), tags)
+    other = rogue_frame(TCP, bytes(20), tags)
+    unknown = ethernet(CLIENT, ROGUE, bytes(46), 0x1234, tags)
+    passing = [other, unknown] if len(tags) == 3 else []
+    before = known.counters(2)["dropMalformed"]
+    assert sent(2, rogue, other, unknown) == ({1: passing} if passing else {})
+    assert known.counters(2)["dropMalformed"] == before + 3 - len(passing)
+
+
+def test_requests_behind_many_tags_get_no_lease(daemon, sent):
+    daemon.call(calls.PORT_MAX, 1, 0)
+    requests = [frames.from_client(frames.REQUEST, frames.mac_number(number), tags=(0,) * 4) for number in range(20)]
+    assert sent(1, *requests) == {}
+    assert daemon.clients() == {}
+    assert daemon.counters(1)["dropMalformed"] == len(requests)
+
+
+@pytest.mark.parametrize("tags", [(), (0,), (10,), (0, 0), (0, 0, 0)], ids=str)
+def test_a_rogue_in_llc_snap(known, sent, tags):
+    def snap(kind, payload, oui=0):
+        llc = b"\xaa\xaa\x03" + oui.to_bytes(3, "big") + kind.to_bytes(2, "big")
+        return ethernet(CLIENT, ROGUE, llc + payload, len(llc + payload), tags)
+
+    packet = rogue_frame(UDP, rogue_segment())[14:]
+    inner = bytes(2) + (0x86DD).to_bytes(2, "big") + packet
+    held = [snap(0x86DD, packet), snap(0x86DD, packet, 0xF8), snap(0x8100, inner), snap(0x88A8, inner), snap(0x9100, inner)]
+    other = [snap(0x0800, packet), snap(0x2000, packet, 0xC)]
+    before = known.counters(2)["dropMalformed"]
+    assert sent(2, *held, *other) == {1: other}
+    assert known.counters(2)["dropMalformed"] == before + len(held)
 
 
 def test_udp_too_short_for_its_ports(known, sent):

@@ -332,7 +332,7 @@ def test_ports_that_are_made_anew(guarded, switch, places, sent):
         places.until_known(guarded)
         guarded.until(lambda: calls.ports(guarded.link)[3]["forwarding"] == 1, "the port forwards again")
         assert sent(3, *passing, *closed) == expected()
-        assert guarded.guarded(3) == {"guarded": 1, "installed": 1, "blocked": times * len(closed), "local": 0}
+        assert guarded.guarded(3) == {"guarded": 1, "installed": 1, "blocked": times * len(closed), "local": 0, "discovery": 0}
         exchange(sent, 3, 10, HOST, BOUND)
     switch.unplug(4)
     switch.plug(4)

@@ -111,7 +111,7 @@ def test_a_binding_of_the_native_vlan_counts_with_and_without_a_tag(idle, sent_b
     for tags in ((20,), (0x6014,), (20, 10), (20, 5), (20, SERVICE)):
         assert sent_by(3, packet("2001:db8::3", OTHER, tags)), tags
         assert not sent_by(3, packet(BOUND, HOST, tags)), tags
-    assert idle.guarded(3) == {"guarded": 1, "installed": 1, "blocked": 3 * len(ways) + 5, "local": 0}
+    assert idle.guarded(3) == {"guarded": 1, "installed": 1, "blocked": 3 * len(ways) + 5, "local": 0, "discovery": 0}
 
 
 def test_what_the_bridge_refuses_no_binding_lets_in(idle, places):
@@ -151,8 +151,8 @@ def test_neighbour_discovery_and_ra_guard(switch, out):
                 closed = (134, 137) if port == 3 else ()
                 expected = [message for kind, message in zip(range(133, 138), messages) if kind not in closed]
                 assert same(out(port, *messages, echo), expected), (port, vlan, inner)
-        assert daemon.guarded(3) == {"guarded": 1, "installed": 1, "blocked": 8, "local": 4}
-        assert daemon.guarded(2) == {"guarded": 1, "installed": 1, "blocked": 0, "local": 4}
+        assert daemon.guarded(3) == {"guarded": 1, "installed": 1, "blocked": 8, "local": 4, "discovery": 0}
+        assert daemon.guarded(2) == {"guarded": 1, "installed": 1, "blocked": 0, "local": 4, "discovery": 0}
         daemon.bind(router)
         daemon.exempt(10, 20)
         hello = (10, (), lambda tags: icmp(134, router, HOST, tags))
@@ -215,7 +215,7 @@ def test_counters_of_the_status_table_are_the_kernels(idle, switch, places):
     idle.guard(3)
     for tags in ((), (20,), (0,), (20, 5)):
         assert places.sent(3, packet(UNBOUND, HOST, tags), packet(link_local(HOST), HOST, tags), trusted=()) == {}
-    assert idle.guarded(3) == {"guarded": 1, "installed": 1, "blocked": 4, "local": 4}
+    assert idle.guarded(3) == {"guarded": 1, "installed": 1, "blocked": 4, "local": 4, "discovery": 0}
     said = netns.run(switch.namespace, "nft", "list", "set", "bridge", "snoopd6", "blocked")
     assert "p3" in said and "packets 4 " in said
     assert idle.guarded(1)["blocked"] == 0

@@ -203,12 +203,13 @@ TEST_F(ShellGuard, ShowSummary) {
 }
 
 TEST_F(ShellGuard, ShowInterfaces) {
-    EXPECT_EQ(show("show ipv6-source-guard interfaces"), "PORT  GUARDED  INSTALLED  BLOCKED  BLOCKED LINK-LOCAL\n"
-                                                         "0/1   yes      yes             12                   3\n"
-                                                         "0/2   no       no               0                   0\n"
-                                                         "0/4   no       yes              0                   0\n");
+    EXPECT_EQ(show("show ipv6-source-guard interfaces"),
+              "PORT  GUARDED  INSTALLED  BLOCKED  BLOCKED LINK-LOCAL  BLOCKED DISCOVERY\n"
+              "0/1   yes      yes             12                   3                  7\n"
+              "0/2   no       no               0                   0                  0\n"
+              "0/4   no       yes              0                   0                  0\n");
     EXPECT_EQ(showJson("show ipv6-source-guard interfaces")["interfaces"][0], nlohmann::json::parse(R"({"port": "0/1",
-        "guarded": true, "installed": true, "blocked": 12, "blocked_link_local": 3})"));
+        "guarded": true, "installed": true, "blocked": 12, "blocked_link_local": 3, "blocked_discovery": 7})"));
 }
 
 TEST_F(ShellGuard, ShowVlans) {
