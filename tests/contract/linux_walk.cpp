@@ -99,6 +99,43 @@ TEST(LinuxWalk, NeedsATag) {
     EXPECT_EQ(verdict(ip6(6, tcp()), TWO_TAGS + tag(0x8100, 5)), LINUX_WALK_OTHER);
 }
 
+// Three tags on the wire are read; what lies deeper is held back, whatever it is.
+TEST(LinuxWalk, HoldsBackWhatLiesDeeperThanTheRulesRead) {
+    const Bytes three = TWO_TAGS + tag(0x8100, 0);
+    const Bytes unknown = be16(0x1234) + zeros(46);
+    const Bytes addresses(12, 2);
+    EXPECT_EQ(verdict(ip6(6, tcp()), three + tag(0x88A8, 0)), LINUX_WALK_MALFORMED);
+    EXPECT_EQ(walk(ethernet(three + tag(0x8100, 0)) + ip6(6, tcp()), 1).verdict, LINUX_WALK_OTHER);
+    EXPECT_EQ(walk(addresses + three + unknown).verdict, LINUX_WALK_OTHER);
+    EXPECT_EQ(walk(addresses + three + tag(0x8100, 0) + unknown).verdict, LINUX_WALK_MALFORMED);
+    EXPECT_EQ(walk(addresses + three + tag(0x8100, 0)).verdict, LINUX_WALK_MALFORMED);
+    EXPECT_EQ(walk(addresses + three + tag(0x8100, 0) + unknown, 1).verdict, LINUX_WALK_OTHER);
+}
+
+TEST(LinuxWalk, HoldsBackIp6AndTagsInSnap) {
+    const auto snap = [](uint32_t type, uint32_t addresses = 0xAAAA) {
+        return be16(60) + be16(addresses) + Bytes{3, 0, 0, 0xF8} + be16(type);
+    };
+    const Bytes packet = ip6(17, udp());
+    for (const Bytes &tags : {tag(0x8100, 10), TWO_TAGS, TWO_TAGS + tag(0x8100, 0)}) {
+        const Bytes start = Bytes(12, 2) + tags;
+        for (const uint32_t type : {0x86DDu, 0x8100u, 0x88A8u, 0x9100u})
+            EXPECT_EQ(walk(start + snap(type) + packet).verdict, LINUX_WALK_MALFORMED) << type;
+        for (const uint32_t addresses : {0xABAAu, 0xAAABu, 0xABABu})
+            EXPECT_EQ(walk(start + snap(0x86DD, addresses) + packet).verdict, LINUX_WALK_MALFORMED) << addresses;
+        EXPECT_EQ(walk(start + snap(0x0800) + packet).verdict, LINUX_WALK_OTHER);
+        EXPECT_EQ(walk(start + snap(0x86DD, 0x4242) + packet).verdict, LINUX_WALK_OTHER);
+        Bytes type2 = snap(0x86DD); // 0x0600: a type, and not a length
+        type2[0] = 6;
+        type2[1] = 0;
+        EXPECT_EQ(walk(start + type2 + packet).verdict, LINUX_WALK_OTHER);
+        const Bytes whole = start + snap(0x86DD);
+        for (size_t length = 0; length < whole.size(); ++length)
+            EXPECT_EQ(walk(Bytes(whole.begin(), whole.begin() + static_cast<long>(length))).verdict, LINUX_WALK_OTHER)
+                << length;
+    }
+}
+
 TEST(LinuxWalk, IgnoresWhatIsNotIp6) {
     Bytes frame = ethernet() + ip6(17, udp());
     frame[16] = 0x08;
