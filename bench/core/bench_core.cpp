@@ -2,12 +2,14 @@
 // of the lean switch, so that neither kernel nor netlink is in the figures.
 
 #include <benchmark/benchmark.h>
+#include <cstring>
 #include <ctime>
 
 #include "bench/core/load.h"
 #include "fuzz/platform/lean.h"
 #include "l2/dhcp6snooping/clients/aging.h"
 #include "l2/dhcp6snooping/clients/table.h"
+#include "l2/dhcp6snooping/packet/lease.h"
 
 namespace {
 
@@ -89,8 +91,30 @@ void agingPass(benchmark::State &state) {
     countMessages(state, LOAD_CLIENTS_MAX);
 }
 
+// A record that holds so many addresses beside those of the message: one REPLY of 250 addresses that renews them.
+void replyToRecord(benchmark::State &state) {
+    loadBuild(1, 250);
+    loadDeliverAll(LOAD_SOLICIT);
+    Dhcp6SnoopingNode *client = dhcp6snooping_first_avlnode();
+    for (uint32_t number = 0; number < clientsOf(state); ++number) {
+        Dhcp6LeaseAttr lease = {.address = {0xFD},
+                                .prefix_len = DHCP6_ADDRESS_PREFIX_LEN,
+                                .preferred_lifetime = 3600,
+                                .valid_lifetime = 7200,
+                                .learned_at = 0,
+                                .status = 0};
+        memcpy(lease.address + 12, &number, sizeof number);
+        dhcp6snooping_attr_array_add(&client->leases, &lease, sizeof lease);
+    }
+    for (auto _ : state)
+        loadDeliver(LOAD_REPLY, 0);
+    loadExpectClients(1);
+    countMessages(state, 1);
+}
+
 BENCHMARK(solicitKnown)->Arg(1)->Arg(128)->Arg(2048);
 BENCHMARK(replyRenewal)->Arg(1)->Arg(128)->Arg(2048);
+BENCHMARK(replyToRecord)->Arg(1)->Arg(256)->Arg(100000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(solicitNew)->Arg(16)->Arg(128)->Arg(2048)->UseManualTime();
 BENCHMARK(replyNew)->Arg(16)->Arg(128)->Arg(2048)->UseManualTime();
 BENCHMARK(release)->Arg(16)->Arg(128)->Arg(2048)->UseManualTime();

@@ -309,12 +309,15 @@ TEST_F(LeaseTest, SameMeansAddressAndPrefixLength) {
     Dhcp6LeaseAttr a = {}, b = {};
     a.prefix_len = b.prefix_len = 64;
     b.valid_lifetime = b.preferred_lifetime = b.learned_at = b.status = 9;
-    EXPECT_TRUE(dhcp6snooping_lease_same(&a, &b));
+    Dhcp6AttrArray list = {};
+    dhcp6snooping_attr_array_add(&list, &a, 0);
+    EXPECT_EQ(dhcp6snooping_lease_find(&list, &b), &a);
     b.address[15] = 1;
-    EXPECT_FALSE(dhcp6snooping_lease_same(&a, &b));
+    EXPECT_EQ(dhcp6snooping_lease_find(&list, &b), nullptr);
     b.address[15] = 0;
     b.prefix_len = 65;
-    EXPECT_FALSE(dhcp6snooping_lease_same(&a, &b));
+    EXPECT_EQ(dhcp6snooping_lease_find(&list, &b), nullptr);
+    dhcp6snooping_attr_array_free(&list, nullptr);
 }
 
 } // namespace

@@ -25,23 +25,25 @@ void trace_expired(const Dhcp6SnoopingNode *client, const Dhcp6LeaseAttr *lease)
                                dhcp6snooping_mac_to_str(client->mac, mac_text), dhcp6snooping_lease_to_str(lease, lease_text));
 }
 
+struct Aging {
+    const Dhcp6SnoopingNode *client;
+    uint32_t elapsed; // seconds
+};
+
+bool outlives(void *item, void *context) {
+    auto *lease = static_cast<Dhcp6LeaseAttr *>(item);
+    const auto *aging = static_cast<const Aging *>(context);
+    lease->valid_lifetime = count_down(lease->valid_lifetime, aging->elapsed);
+    if (lease->valid_lifetime >= DHCP6SNOOPING_EXPIRE_BELOW)
+        return true;
+    dhcp6snooping_lease_filter_remove(aging->client, lease, aging->client->port - 1);
+    trace_expired(aging->client, lease);
+    return false;
+}
+
 void age_leases(Dhcp6SnoopingNode *client, uint32_t elapsed) {
-    uint32_t slot = 0;
-    while (slot < client->leases.count) {
-        Dhcp6LeaseAttr *lease = dhcp6snooping_lease_at(&client->leases, slot);
-        if (lease == nullptr) {
-            ++slot;
-            continue;
-        }
-        lease->valid_lifetime = count_down(lease->valid_lifetime, elapsed);
-        if (lease->valid_lifetime >= DHCP6SNOOPING_EXPIRE_BELOW) {
-            ++slot;
-            continue;
-        }
-        dhcp6snooping_lease_filter_remove(client, lease, client->port - 1);
-        trace_expired(client, lease);
-        dhcp6snooping_attr_array_remove(&client->leases, lease, dhcp6snooping_attr_binding_free);
-    }
+    Aging aging = {.client = client, .elapsed = elapsed};
+    dhcp6snooping_attr_array_keep(&client->leases, outlives, &aging, dhcp6snooping_attr_binding_free);
 }
 
 void delete_client(const Dhcp6SnoopingNode *client, const char *kind) {

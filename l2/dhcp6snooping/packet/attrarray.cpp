@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "l2/dhcp6snooping/packet/attrindex.h"
 #include "l2/dhcp6snooping/packet/option.h"
 
 namespace {
@@ -15,7 +16,7 @@ bool grow(Dhcp6AttrArray *array) {
     if (array->capacity > CAPACITY_MAX)
         return false;
     const uint32_t capacity = std::max(array->capacity, GROWTH_BASE) * 2;
-    void **items = static_cast<void **>(calloc(capacity, sizeof(void *)));
+    void **items = static_cast<void **>(calloc(1, capacity * sizeof(void *) + dhcp6snooping_attr_index_bytes(capacity)));
     if (items == nullptr)
         return false;
     if (array->count != 0)
@@ -41,6 +42,7 @@ void dhcp6snooping_attr_array_add(Dhcp6AttrArray *array, const void *item, uint3
     }
     array->items[array->count] = stored;
     ++array->count;
+    dhcp6snooping_attr_index_add(array, stored);
 }
 
 void dhcp6snooping_attr_array_remove(Dhcp6AttrArray *array, void *item, Dhcp6AttrRelease release) {
@@ -49,6 +51,7 @@ void dhcp6snooping_attr_array_remove(Dhcp6AttrArray *array, void *item, Dhcp6Att
         ++slot;
     if (slot == array->count)
         return;
+    dhcp6snooping_attr_index_remove(array, item);
     for (; slot + 1 < array->count; ++slot)
         array->items[slot] = array->items[slot + 1];
     array->items[slot] = nullptr;
@@ -56,6 +59,33 @@ void dhcp6snooping_attr_array_remove(Dhcp6AttrArray *array, void *item, Dhcp6Att
     void *removed = item;
     if (release != nullptr)
         release(&removed);
+}
+
+void *dhcp6snooping_attr_array_find(const Dhcp6AttrArray *array, const void *identity) {
+    if (dhcp6snooping_attr_index_fits(array->capacity))
+        return dhcp6snooping_attr_index_find(array, identity);
+    for (uint32_t slot = 0; slot < array->count; ++slot)
+        if (array->items[slot] != nullptr && memcmp(array->items[slot], identity, DHCP6_ATTR_IDENTITY) == 0)
+            return array->items[slot];
+    return nullptr;
+}
+
+void dhcp6snooping_attr_array_keep(Dhcp6AttrArray *array, Dhcp6AttrKeep keep, void *context, Dhcp6AttrRelease release) {
+    const uint32_t count = array->count;
+    uint32_t kept = 0;
+    for (uint32_t slot = 0; slot < count; ++slot) {
+        void *item = array->items[slot];
+        if (item == nullptr || keep(item, context)) {
+            array->items[kept++] = item;
+            continue;
+        }
+        dhcp6snooping_attr_index_remove(array, item);
+        if (release != nullptr)
+            release(&item);
+    }
+    for (uint32_t slot = kept; slot < count; ++slot)
+        array->items[slot] = nullptr;
+    array->count = kept;
 }
 
 void dhcp6snooping_attr_array_free(Dhcp6AttrArray *array, Dhcp6AttrRelease release) {

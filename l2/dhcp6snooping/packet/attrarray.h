@@ -20,5 +20,15 @@ void dhcp6snooping_attr_array_add(Dhcp6AttrArray *array, const void *item, uint3
 // pointer that is not in the array is left alone.
 void dhcp6snooping_attr_array_remove(Dhcp6AttrArray *array, void *item, Dhcp6AttrRelease release);
 
+// The item whose first bytes are this identity (attrindex.h), or null. All items of the array must have one, each another.
+[[nodiscard]] void *dhcp6snooping_attr_array_find(const Dhcp6AttrArray *array, const void *identity);
+
+// Asked for each item in order, except empty slots: whether it stays.
+typedef bool (*Dhcp6AttrKeep)(void *item, void *context);
+
+// Takes out, in one pass, every item that `keep` refuses, keeps the order of the others, and releases each right after its
+// refusal. The array must not be used while it lasts.
+void dhcp6snooping_attr_array_keep(Dhcp6AttrArray *array, Dhcp6AttrKeep keep, void *context, Dhcp6AttrRelease release);
+
 // Releases every item (if asked to) and the storage. The array is empty afterwards.
 void dhcp6snooping_attr_array_free(Dhcp6AttrArray *array, Dhcp6AttrRelease release);

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "l2/dhcp6snooping/main/trace.h"
+#include "l2/dhcp6snooping/packet/attrindex.h"
 #include "l2/dhcp6snooping/packet/option.h"
 #include "l2/dhcp6snooping/packet/wire.h"
 #include "platform/libvos.h"
@@ -95,15 +96,9 @@ void collect_all(Dhcp6IaResult *result, uint16_t code, const uint8_t *ia_options
     }
 }
 
-void drop_unusable(Dhcp6AttrArray *leases, bool drop_zero_valid) {
-    uint32_t slot = 0;
-    while (slot < leases->count) {
-        Dhcp6LeaseAttr *lease = dhcp6snooping_lease_at(leases, slot);
-        if (lease->status != 0 || (drop_zero_valid && lease->valid_lifetime == 0))
-            dhcp6snooping_attr_array_remove(leases, lease, dhcp6snooping_attr_binding_free);
-        else
-            ++slot;
-    }
+bool is_usable(void *item, void *drop_zero_valid) {
+    const auto *lease = static_cast<const Dhcp6LeaseAttr *>(item);
+    return lease->status == 0 && (lease->valid_lifetime != 0 || !*static_cast<const bool *>(drop_zero_valid));
 }
 
 // Judges the leases after one IA was taken. True when some are left.
@@ -114,7 +109,7 @@ bool keep_usable(Dhcp6IaResult *result, const char *kind, bool drop_zero_valid) 
         dhcp6snooping_attr_array_free(&result->leases, dhcp6snooping_attr_binding_free);
         return false;
     }
-    drop_unusable(&result->leases, drop_zero_valid);
+    dhcp6snooping_attr_array_keep(&result->leases, is_usable, &drop_zero_valid, dhcp6snooping_attr_binding_free);
     if (result->leases.count != 0)
         return true;
     dhcp6snooping_debug_printf("\r\n Discarding settings %s, since no usable bindings", kind);
@@ -124,21 +119,14 @@ bool keep_usable(Dhcp6IaResult *result, const char *kind, bool drop_zero_valid) 
 
 } // namespace
 
-bool dhcp6snooping_lease_same(const Dhcp6LeaseAttr *a, const Dhcp6LeaseAttr *b) {
-    return a->prefix_len == b->prefix_len && memcmp(a->address, b->address, DHCP6_ADDRESS_SIZE) == 0;
-}
-
 Dhcp6LeaseAttr *dhcp6snooping_lease_at(const Dhcp6AttrArray *leases, uint32_t index) {
     return index < leases->count ? static_cast<Dhcp6LeaseAttr *>(leases->items[index]) : nullptr;
 }
 
 Dhcp6LeaseAttr *dhcp6snooping_lease_find(const Dhcp6AttrArray *leases, const Dhcp6LeaseAttr *wanted) {
-    for (uint32_t slot = 0; slot < leases->count; ++slot) {
-        Dhcp6LeaseAttr *lease = dhcp6snooping_lease_at(leases, slot);
-        if (lease != nullptr && dhcp6snooping_lease_same(lease, wanted))
-            return lease;
-    }
-    return nullptr;
+    static_assert(offsetof(Dhcp6LeaseAttr, address) == 0);
+    static_assert(offsetof(Dhcp6LeaseAttr, prefix_len) + sizeof wanted->prefix_len == DHCP6_ATTR_IDENTITY);
+    return static_cast<Dhcp6LeaseAttr *>(dhcp6snooping_attr_array_find(leases, wanted));
 }
 
 void dhcp6snooping_attr_binding_free(void **slot_ref) { dhcp6snooping_util_free(slot_ref); }

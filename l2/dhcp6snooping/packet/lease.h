@@ -30,13 +30,11 @@ struct Dhcp6IaResult {
     uint32_t status;       // of the last IA taken
 };
 
-// Two leases are the same when address and prefix length are equal, whatever their lifetimes.
-[[nodiscard]] bool dhcp6snooping_lease_same(const Dhcp6LeaseAttr *a, const Dhcp6LeaseAttr *b);
-
 // The lease in slot `index` of an array, or null (also for an empty slot).
 [[nodiscard]] Dhcp6LeaseAttr *dhcp6snooping_lease_at(const Dhcp6AttrArray *leases, uint32_t index);
 
-// The first lease of an array that is the same as `wanted`, or null.
+// The lease of an array that is the same as `wanted`, or null. Two leases are the same when address and prefix length are equal,
+// whatever their lifetimes; an array has each once.
 [[nodiscard]] Dhcp6LeaseAttr *dhcp6snooping_lease_find(const Dhcp6AttrArray *leases, const Dhcp6LeaseAttr *wanted);
 
 // Release function of lease arrays.

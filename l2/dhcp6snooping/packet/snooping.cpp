@@ -1,5 +1,8 @@
 #include "l2/dhcp6snooping/packet/snooping.h"
 
+#include <algorithm>
+#include <functional>
+
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/table.h"
 #include "l2/dhcp6snooping/main/text.h"
@@ -10,6 +13,7 @@
 #include "l2/dhcp6snooping/packet/option.h"
 #include "l2/dhcp6snooping/packet/relay.h"
 #include "l2/dhcp6snooping/sourceguard/filters.h"
+#include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "platform/libcommon.h"
 #include "platform/libvos.h"
 
@@ -129,24 +133,36 @@ void handle_client_message(const SnoopedMessage &message) {
 
 // ---- RELEASE, DECLINE ------------------------------------------------------------------------------------------------
 
-void forget_lease(const SnoopedMessage &message, Dhcp6SnoopingNode *client, const Dhcp6LeaseAttr *given_back) {
-    Dhcp6LeaseAttr *held = dhcp6snooping_lease_find(&client->leases, given_back);
-    if (held == nullptr)
-        return;
+void give_back(const SnoopedMessage &message, const Dhcp6SnoopingNode *client, const Dhcp6LeaseAttr *held) {
     // The receiving port decides here, where a REPLY asks the port of the record.
     dhcp6snooping_lease_filter_remove(client, held, message.port);
     char mac_text[MAC_TEXT_SIZE];
     dhcp6snooping_debug_printf("\r\n receive dhcpv6 %s msg, delete user: mac %s", message.type_name,
                                dhcp6snooping_mac_to_str(client->mac, mac_text));
-    dhcp6snooping_attr_array_remove(&client->leases, held, dhcp6snooping_attr_binding_free);
 }
 
+bool is_kept(void *item, void *context) {
+    const auto *given_back = static_cast<const Dhcp6AttrArray *>(context);
+    return !std::binary_search(given_back->items, given_back->items + given_back->count, item, std::less<>{});
+}
+
+// The message's list becomes that of the record's leases that it names, so that these are removed in one pass.
 void forget_leases(const SnoopedMessage &message, Dhcp6SnoopingNode *client) {
     Dhcp6IaResult parsed{};
     dhcp6snooping_parse_addr_and_prefix_option(&parsed, message.options, message.options_len, 0);
-    for (uint32_t index = 0; index < parsed.leases.count; ++index)
-        forget_lease(message, client, dhcp6snooping_lease_at(&parsed.leases, index));
-    dhcp6snooping_attr_array_free(&parsed.leases, dhcp6snooping_attr_binding_free);
+    Dhcp6AttrArray given_back = {.count = 0, .capacity = parsed.leases.capacity, .items = parsed.leases.items};
+    for (uint32_t index = 0; index < parsed.leases.count; ++index) {
+        Dhcp6LeaseAttr *held = dhcp6snooping_lease_find(&client->leases, dhcp6snooping_lease_at(&parsed.leases, index));
+        dhcp6snooping_attr_binding_free(&parsed.leases.items[index]);
+        if (held == nullptr)
+            continue;
+        give_back(message, client, held);
+        given_back.items[given_back.count++] = held;
+    }
+    std::sort(given_back.items, given_back.items + given_back.count, std::less<>{});
+    if (given_back.count != 0)
+        dhcp6snooping_attr_array_keep(&client->leases, is_kept, &given_back, dhcp6snooping_attr_binding_free);
+    dhcp6snooping_attr_array_free(&given_back, nullptr);
 }
 
 void handle_release(const SnoopedMessage &message) {
@@ -175,6 +191,8 @@ void learn_lease(Dhcp6SnoopingNode *client, const Dhcp6LeaseAttr *granted) {
 
 // All of them, old and new: what the filter hardware lost is asked for again with every renewal.
 void open_leases(const Dhcp6SnoopingNode *client) {
+    if (!ip6_source_guard_port_on(client->port - 1)) // of an open port none has a filter
+        return;
     for (uint32_t slot = 0; slot < client->leases.count; ++slot) {
         const Dhcp6LeaseAttr *lease = dhcp6snooping_lease_at(&client->leases, slot);
         if (lease != nullptr)

@@ -1,0 +1,104 @@
+#include "l2/dhcp6snooping/packet/attrindex.h"
+
+#include <bit>
+#include <cstring>
+
+namespace {
+
+// What follows the pointers of a block: at most three eighths of the places are taken.
+struct Index {
+    uint64_t filled; // 1 once the items are in it
+    void *place[];
+};
+
+uint64_t places(uint32_t capacity) { return std::bit_ceil(uint64_t{capacity} * 2); }
+
+Index *index_of(const Dhcp6AttrArray *array) { return reinterpret_cast<Index *>(array->items + array->capacity); }
+
+// Differs from process to process by where the loader has put it, so that nobody can choose addresses that fall together.
+uint64_t seed() {
+    static const char anchor = 0;
+    return reinterpret_cast<uintptr_t>(&anchor);
+}
+
+uint64_t mix(uint64_t hash, uint64_t word) {
+    constexpr uint64_t FACTOR = 0x9E3779B97F4A7C15u; // 2^64 over the golden ratio
+    hash = (hash ^ word) * FACTOR;
+    return hash ^ (hash >> 32);
+}
+
+uint64_t first_place(const void *identity, uint64_t mask) {
+    uint64_t words[2];
+    uint32_t rest;
+    memcpy(words, identity, sizeof words);
+    memcpy(&rest, static_cast<const uint8_t *>(identity) + sizeof words, sizeof rest);
+    static_assert(sizeof words + sizeof rest == DHCP6_ATTR_IDENTITY);
+    return mix(mix(mix(seed(), words[0]), words[1]), rest) & mask;
+}
+
+bool same(const void *a, const void *b) { return memcmp(a, b, DHCP6_ATTR_IDENTITY) == 0; }
+
+void put(Index *index, uint64_t mask, void *item) {
+    uint64_t at = first_place(item, mask);
+    while (index->place[at] != nullptr)
+        at = (at + 1) & mask;
+    index->place[at] = item;
+}
+
+void fill(const Dhcp6AttrArray *array, Index *index, uint64_t mask) {
+    for (uint32_t slot = 0; slot < array->count; ++slot)
+        if (array->items[slot] != nullptr)
+            put(index, mask, array->items[slot]);
+    index->filled = 1;
+}
+
+// Moves back the items that a search would no longer reach past the free place.
+void close_gap(Index *index, uint64_t mask, uint64_t gap) {
+    for (uint64_t at = (gap + 1) & mask; index->place[at] != nullptr; at = (at + 1) & mask) {
+        const uint64_t wanted = first_place(index->place[at], mask);
+        if (((at - wanted) & mask) < ((at - gap) & mask))
+            continue;
+        index->place[gap] = index->place[at];
+        gap = at;
+    }
+    index->place[gap] = nullptr;
+}
+
+} // namespace
+
+// Blocks grow from 6 slots by doubling; an array of another capacity did not grow, and has no index.
+bool dhcp6snooping_attr_index_fits(uint32_t capacity) {
+    return capacity >= DHCP6_ATTR_INDEX_FROM && capacity % 3 == 0 && std::has_single_bit(capacity / 3);
+}
+
+size_t dhcp6snooping_attr_index_bytes(uint32_t capacity) {
+    return dhcp6snooping_attr_index_fits(capacity) ? sizeof(Index) + places(capacity) * sizeof(void *) : 0;
+}
+
+void *dhcp6snooping_attr_index_find(const Dhcp6AttrArray *array, const void *identity) {
+    Index *index = index_of(array);
+    const uint64_t mask = places(array->capacity) - 1;
+    if (index->filled == 0)
+        fill(array, index, mask);
+    for (uint64_t at = first_place(identity, mask); index->place[at] != nullptr; at = (at + 1) & mask)
+        if (same(index->place[at], identity))
+            return index->place[at];
+    return nullptr;
+}
+
+void dhcp6snooping_attr_index_add(const Dhcp6AttrArray *array, void *item) {
+    if (dhcp6snooping_attr_index_fits(array->capacity) && index_of(array)->filled != 0)
+        put(index_of(array), places(array->capacity) - 1, item);
+}
+
+void dhcp6snooping_attr_index_remove(const Dhcp6AttrArray *array, const void *item) {
+    if (!dhcp6snooping_attr_index_fits(array->capacity) || index_of(array)->filled == 0)
+        return;
+    Index *index = index_of(array);
+    const uint64_t mask = places(array->capacity) - 1;
+    uint64_t at = first_place(item, mask);
+    while (index->place[at] != nullptr && index->place[at] != item)
+        at = (at + 1) & mask;
+    if (index->place[at] == item)
+        close_gap(index, mask, at);
+}
