@@ -33,8 +33,8 @@ struct Dhcp6IaResult {
 // The lease in slot `index` of an array, or null (also for an empty slot).
 [[nodiscard]] Dhcp6LeaseAttr *dhcp6snooping_lease_at(const Dhcp6AttrArray *leases, uint32_t index);
 
-// The lease of an array that is the same as `wanted`, or null. Two leases are the same when address and prefix length are equal,
-// whatever their lifetimes; an array has each once.
+// The lease of an array that is the same as `wanted`, or null. Two leases are the same when address and prefix length are
+// equal, whatever their lifetimes; an array has each once.
 [[nodiscard]] Dhcp6LeaseAttr *dhcp6snooping_lease_find(const Dhcp6AttrArray *leases, const Dhcp6LeaseAttr *wanted);
 
 // Release function of lease arrays.
