@@ -68,7 +68,8 @@ void close_gap(Index *index, uint64_t mask, uint64_t gap) {
 
 // Blocks grow from 6 slots by doubling; an array of another capacity did not grow, and has no index.
 bool dhcp6snooping_attr_index_fits(uint32_t capacity) {
-    return capacity >= DHCP6_ATTR_INDEX_FROM && capacity % 3 == 0 && std::has_single_bit(capacity / 3);
+    const uint32_t third = capacity / 3;
+    return capacity >= DHCP6_ATTR_INDEX_FROM && capacity % 3 == 0 && (third & (third - 1)) == 0;
 }
 
 size_t dhcp6snooping_attr_index_bytes(uint32_t capacity) {
