@@ -26,9 +26,9 @@ EXEMPT_ADD, EXEMPT_REMOVE = 0, 1
 
 SWITCH_STATUS = struct.Struct("<16s16sIIIIII6s2x")
 PORT_STATUS = struct.Struct("<II16sIIIIII")
-COUNTERS = struct.Struct("<II11Q")
+COUNTERS = struct.Struct("<II13Q")
 COUNTER_NAMES = ("received", "delivered", "sent", "sendFailed", "notDhcpv6", "dropMalformed", "dropFragment", "dropVlan",
-                 "dropState", "dropOversize", "kernelDropped")  # fmt: skip
+                 "dropState", "dropSender", "dropSource", "dropOversize", "kernelDropped")  # fmt: skip
 
 GUARD_STATUS = struct.Struct("<IIIIQQQ")
 FILTER_STATUS = struct.Struct("<IIII6s2x16s")

@@ -136,13 +136,16 @@ Outcome actionShowPlatformCounters(Session *session, const Arguments &) {
                  {"drop_fragment", "FRAGMENT"},
                  {"drop_vlan", "WRONG VLAN"},
                  {"drop_state", "BLOCKED"},
+                 {"drop_sender", "NO SENDER"},
+                 {"drop_source", "UNBOUND"},
                  {"drop_oversize", "TOO LONG"},
                  {"kernel_dropped", "LOST"}});
     for (const LinuxPortCounters &port : ports) {
         reportRow(&report, {valueText(textPort(port.number)), valueNumber(port.received), valueNumber(port.delivered),
                             valueNumber(port.sent), valueNumber(port.sendFailed), valueNumber(port.notDhcpv6),
                             valueNumber(port.dropMalformed), valueNumber(port.dropFragment), valueNumber(port.dropVlan),
-                            valueNumber(port.dropState), valueNumber(port.dropOversize), valueNumber(port.kernelDropped)});
+                            valueNumber(port.dropState), valueNumber(port.dropSender), valueNumber(port.dropSource),
+                            valueNumber(port.dropOversize), valueNumber(port.kernelDropped)});
     }
     return actionShow(session, report);
 }

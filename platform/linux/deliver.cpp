@@ -4,6 +4,7 @@
 
 #include <linux/if_packet.h>
 
+#include "platform/linux/guard.h"
 #include "platform/linux/ipv6walk.h"
 #include "platform/linux/mactable.h"
 #include "platform/linux/ports.h"
@@ -17,6 +18,7 @@ constexpr uint32_t MACS_LENGTH = 12;
 constexpr uint32_t TAG_LENGTH = 4;
 constexpr uint16_t VID_MASK = 0x0FFF;
 constexpr uint32_t UDP_CHECKSUM = 6; // offset in the UDP header
+constexpr uint32_t IP6_SOURCE = 8;   // offset in the IPv6 header
 
 // The frame after its tags are in place.
 struct Tagged {
@@ -120,6 +122,16 @@ void hand(const LinuxIngress &ingress, const Tagged &tagged, const LinuxWalk &wa
     }
 }
 
+// The trap takes DHCPv6 away before the guard's rules see it, so its source is judged here. A client asks from a link-local
+// address, or while it has none, from the unspecified one.
+bool sourceMayPass(uint32_t port0, const Tagged &tagged, uint32_t sourceOffset) {
+    constexpr uint8_t UNSPECIFIED[16] = {};
+    const uint8_t *source = tagged.frame + sourceOffset;
+    const bool linkLocal = source[0] == 0xFE && (source[1] & 0xC0) == 0x80;
+    return linkLocal || memcmp(source, UNSPECIFIED, sizeof UNSPECIFIED) == 0 ||
+           linuxGuardAdmits(port0, tagged.vlan, tagged.frame + MAC_LENGTH, source);
+}
+
 // The counter of frames that the daemon never sees.
 uint64_t *counterOf(LinuxPortCounters *counters, uint32_t verdict) {
     switch (verdict) {
@@ -153,6 +165,14 @@ void linuxDeliver(const LinuxIngress &ingress, LinuxRawFrame *raw) {
     LinuxWalk walk = linuxIp6Walk({tagged.frame, tagged.length}, tagged.added, ingress.ports);
     if (walk.verdict != LINUX_WALK_MESSAGE) {
         (*counterOf(counters, ingress.trapHolds ? walk.verdict : LINUX_WALK_OTHER))++;
+        return;
+    }
+    if ((tagged.frame[MAC_LENGTH] & 1u) != 0) {
+        counters->dropSender++;
+        return;
+    }
+    if (!sourceMayPass(ingress.port0, tagged, walk.ipOffset + IP6_SOURCE)) {
+        counters->dropSource++;
         return;
     }
     if (linuxLinks[ingress.link].locked != 0 && !linuxMacIsBehind(ingress.port0, tagged.frame + MAC_LENGTH, tagged.vlan)) {

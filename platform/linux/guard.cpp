@@ -36,6 +36,15 @@ LinuxGuardFilter *find(const LinuxGuardKey *key) {
     return static_cast<LinuxGuardFilter *>(avlSearch(&filters, key, compareKeys));
 }
 
+// A filter with these values; null for any MAC address.
+bool isWanted(uint32_t kind, uint32_t port, uint32_t vlan, const uint8_t *mac, const uint8_t *address) {
+    LinuxGuardKey key = {.kind = kind, .port = port, .vlan = vlan, .mac = {}, .reserved = {}, .address = {}};
+    if (mac != nullptr)
+        memcpy(key.mac, mac, sizeof key.mac);
+    memcpy(key.address, address, sizeof key.address);
+    return find(&key) != nullptr;
+}
+
 bool hasPort(const LinuxGuardKey *key) { return key->kind == LINUX_FILTER_PORT || key->kind == LINUX_FILTER_PORT_VLAN; }
 
 LinuxGuardPlace placeNow(uint32_t port0) {
@@ -294,6 +303,24 @@ int32_t linuxGuardNeighbourDiscovery(bool open) {
     if (error == 0)
         discoveryOpen = open;
     return error;
+}
+
+// Members of one bond share its filters, as they do in the kernel.
+bool linuxGuardAdmits(uint32_t port0, uint32_t vlan, const uint8_t *mac, const uint8_t *address) {
+    const uint32_t ifindex = linuxGuardPlaces[port0].ifindex;
+    if (!linuxGuardDenial(ifindex).closed || linuxGuardVlanIsExempt(vlan))
+        return true;
+    if (isWanted(LINUX_FILTER_ADDRESS, 0, 0, nullptr, address) || isWanted(LINUX_FILTER_MAC_ADDRESS, 0, 0, mac, address))
+        return true;
+    for (uint32_t port = 1; port <= LINUX_PORTS_MAX; ++port) {
+        if (linuxGuardPlaces[port - 1].ifindex != ifindex)
+            continue;
+        for (const uint8_t *station : {mac, static_cast<const uint8_t *>(nullptr)})
+            if (isWanted(LINUX_FILTER_PORT, port, 0, station, address) ||
+                isWanted(LINUX_FILTER_PORT_VLAN, port, vlan, station, address))
+                return true;
+    }
+    return false;
 }
 
 // What closes comes first and what opens last, so that at no moment more passes than is wanted before or after.

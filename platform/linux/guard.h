@@ -55,6 +55,10 @@ static_assert(offsetof(LinuxGuardFilter, link) == 0);
 // would let its source in when the port is closed again.
 void linuxGuardFiltersForget(uint32_t port);
 
+// Whether the guard lets a packet in by what is wanted, as the kernel's rules do: the port is open, the VLAN exempt, or the
+// source bound. Neighbour discovery is not considered.
+[[nodiscard]] bool linuxGuardAdmits(uint32_t port0, uint32_t vlan, const uint8_t *mac, const uint8_t *address);
+
 // Rewrites the elements of ports whose interface or native VLAN has changed.
 void linuxGuardSettle();
 

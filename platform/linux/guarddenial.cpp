@@ -74,6 +74,8 @@ void addCounts(uint32_t port0, LinuxGuardPortStatus *status) {
 
 bool linuxGuardPortClosed(uint32_t port0) { return closed[port0]; }
 
+bool linuxGuardVlanIsExempt(uint32_t vlan) { return vlan <= LINUX_VLAN_MAX && exempt[vlan]; }
+
 LinuxGuardDenial linuxGuardDenial(uint32_t ifindex) {
     LinuxGuardDenial denial{};
     for (uint32_t port0 = 0; port0 < LINUX_PORTS_MAX; ++port0) {

@@ -30,6 +30,8 @@ struct LinuxGuardDenialChange {
 // Whether a port, by index, is to be closed.
 [[nodiscard]] bool linuxGuardPortClosed(uint32_t port0);
 
+[[nodiscard]] bool linuxGuardVlanIsExempt(uint32_t vlan);
+
 // What is wanted of an interface now.
 [[nodiscard]] LinuxGuardDenial linuxGuardDenial(uint32_t ifindex);
 

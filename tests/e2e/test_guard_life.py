@@ -432,3 +432,39 @@ def test_many_leases_follow_the_port(daemon, switch, out):
     daemon.guard(1, mode=1)
     assert daemon.filters() == {}
     daemon.call(calls.BIND_CHECK, ip_bytes("2001:db8:1::1"), frames.mac_bytes(mac_number(1)), 1)  # the bindings stay
+
+
+# ---- DHCPv6, which the trap takes away before the guard's rules see it -------------------------------------------------------
+
+
+def asking(source, mac=HOST, tags=()):
+    """A RENEW from an address that the client has."""
+    segment = frames.udp(source, frames.SERVERS, frames.CLIENT_PORT, frames.SERVER_PORT, frames.message(frames.RENEW))
+    return frames.ethernet(frames.SERVERS_MAC, mac, frames.ipv6(source, frames.SERVERS, frames.UDP, segment, 1), tags=tags)
+
+
+def test_dhcpv6_from_an_unbound_source_does_not_pass_the_guard(daemon, sent, learn):
+    learn(1, HOST, LEASED)
+    daemon.bind("2001:db8::20", OTHER, 1, 10)
+    daemon.bind("2001:db8::30")
+    daemon.bind("2001:db8::40", port=1)
+    daemon.guard(1, 2).exempt(20)
+    passing = [asking(LEASED), asking("::"), asking(frames.link_local(HOST)), asking("2001:db8::20", OTHER, (10,))]
+    passing += [asking("2001:db8::30", OTHER), asking("2001:db8::40", OTHER), asking(UNBOUND, tags=(20,))]
+    closed = [asking(UNBOUND), asking(LEASED, OTHER), asking(LEASED, tags=(10,)), asking("2001:db8::20", OTHER)]
+    for frame in passing:
+        assert sent(1, frame) == {4: [frame]}
+    assert sent(1, *closed) == {}
+    assert sent(2, asking("2001:db8::40", OTHER)) == {}
+    assert [daemon.counters(port)["dropSource"] for port in (1, 2)] == [len(closed), 1]
+    assert OTHER not in {mac for mac, client in daemon.clients().items() if client["port"] == 2}
+    daemon.guard(1, mode=1)
+    assert sent(1, closed[0]) == {4: [closed[0]]}
+
+
+def test_dhcpv6_from_a_group_address_is_dropped(daemon, sent):
+    """The bridge refuses such senders itself; a message of theirs must not go round it."""
+    group = [from_client(SOLICIT, mac) for mac in ("01:00:5e:00:00:01", "33:33:00:00:00:01", "ff:ff:ff:ff:ff:ff")]
+    assert sent(1, *group) == {}
+    assert daemon.clients() == {} and daemon.counted(1) == 0
+    assert daemon.counters(1)["dropSender"] == len(group)

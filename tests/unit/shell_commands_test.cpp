@@ -240,7 +240,7 @@ TEST_F(ShellCommands, ShowPlatform) {
     const nlohmann::json counters = nlohmann::json::parse(show("show platform counters", true))["counters"][0];
     EXPECT_EQ(counters["kernel_dropped"], 18446744073709551615u);
     EXPECT_EQ(counters["received"], 1);
-    EXPECT_EQ(counters.size(), 12u);
+    EXPECT_EQ(counters.size(), 14u);
 }
 
 TEST_F(ShellCommands, AnEmptyClientTableSaysSoInWords) {
