@@ -24,7 +24,7 @@ OPTION18, OPTION37, ID_SET, INFO_GET = 30, 31, 32, 33
 GUARD_ON, GUARD_OFF = 0, 1
 EXEMPT_ADD, EXEMPT_REMOVE = 0, 1
 
-SWITCH_STATUS = struct.Struct("<16s16sIIIIII6s2x")
+SWITCH_STATUS = struct.Struct("<16s16sIIIIII6sBx")
 PORT_STATUS = struct.Struct("<II16sIIIIII")
 COUNTERS = struct.Struct("<II13Q")
 COUNTER_NAMES = ("received", "delivered", "sent", "sendFailed", "notDhcpv6", "dropMalformed", "dropFragment", "dropVlan",
@@ -121,7 +121,7 @@ def table(link, number, record):
 
 def switch_status(link):
     row = table(link, 0, SWITCH_STATUS)[0]
-    names = ("bridge", "version", "pid", "upSeconds", "ports", "vlanFiltering", "trap", "snooping", "mac")
+    names = ("bridge", "version", "pid", "upSeconds", "ports", "vlanFiltering", "trap", "snooping", "mac", "rules")
     return dict(zip(names, row))
 
 

@@ -59,6 +59,7 @@ Outcome actionShowPlatform(Session *session, const Arguments &) {
     reportFact(&report, "snooping", "DHCPv6 snooping", valueOnOff(status.snooping == SNOOPING_ON));
     reportFact(&report, "dhcpv6_forwarded_by", "DHCPv6 is forwarded by",
                valueText(status.trap != 0 ? "snoopd6" : "the kernel"));
+    reportFact(&report, "filter_rules", "Filter rules loaded", valueYesNo(status.rules != 0));
     return actionShow(session, report);
 }
 

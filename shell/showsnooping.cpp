@@ -69,6 +69,7 @@ Outcome actionShowSnooping(Session *session, const Arguments &) {
     reportFact(&report, "clients_max", "Room for clients", valueNumber(DHCP6SNOOPING_LIMIT_MAX));
     reportFact(&report, "debug", "Debug lines in the log", valueOnOff(debug != 0));
     reportFact(&report, "bridge", "Bridge", valueText(textField(platform.bridge)));
+    reportFact(&report, "filter_rules", "Filter rules loaded", valueYesNo(platform.rules != 0));
     reportFact(&report, "uptime_seconds", "Running for", valueDuration(platform.upSeconds));
     return actionShow(session, report);
 }

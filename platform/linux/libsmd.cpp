@@ -14,6 +14,7 @@
 #include "platform/linux/maccache.h"
 #include "platform/linux/netlink.h"
 #include "platform/linux/nfttable.h"
+#include "platform/linux/nftwatch.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/queue.h"
 #include "platform/linux/status.h"
@@ -73,6 +74,7 @@ void takeSwitch() {
     linuxCaptureInit();
     linuxPortsStart();
     linuxNetlinkWatch();
+    linuxNftWatchStart();
     linuxMacCacheOpen();
     linuxStatusInit();
 }

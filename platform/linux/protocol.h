@@ -79,7 +79,8 @@ struct LinuxSwitchStatus {
     uint32_t trap;          // 1 while the kernel leaves DHCPv6 to the daemon
     uint32_t snooping;      // last smdVDDhcp6snoopingOnOff: 1 on, 2 off
     uint8_t mac[6];         // of the bridge
-    uint8_t reserved[2];
+    uint8_t rules;          // 1 while the kernel has the rules of guard and trap; looked at every second
+    uint8_t reserved;
 };
 static_assert(sizeof(LinuxSwitchStatus) == 64);
 

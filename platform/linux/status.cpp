@@ -13,6 +13,7 @@
 #include "platform/linux/guard.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/mactable.h"
+#include "platform/linux/nftwatch.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/startup.h"
 #include "platform/linux/switchfile.h"
@@ -56,6 +57,7 @@ void writeSwitch(Page *page, uint32_t) {
     record.trap = linuxTrapHolds() ? 1 : 0;
     record.snooping = snooping;
     memcpy(record.mac, linuxBridge.mac, sizeof record.mac);
+    record.rules = linuxNftRulesPresent() ? 1 : 0;
     put(page, &record);
 }
 

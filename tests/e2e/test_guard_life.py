@@ -468,3 +468,25 @@ def test_dhcpv6_from_a_group_address_is_dropped(daemon, sent):
     assert sent(1, *group) == {}
     assert daemon.clients() == {} and daemon.counted(1) == 0
     assert daemon.counters(1)["dropSender"] == len(group)
+
+
+# ---- Rules that somebody else takes away ---------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("words", ["flush ruleset", "delete table bridge snoopd6", "flush table bridge snoopd6"])
+def test_rules_that_are_gone_are_noticed(daemon, switch, words):
+    def rules():
+        return [daemon.ctl("--json", "show", *what).count('"filter_rules": true') for what in (["platform"], ["dhcpv6-snooping"])]
+
+    daemon.guard(1)
+    kept = table_of(switch)
+    assert rules() == [1, 1]
+    nft(switch, *words.split())
+    daemon.until(lambda: "are gone from the kernel" in daemon.log(), "the loss is logged")
+    assert rules() == [0, 0]
+    assert "Filter rules loaded     no" in daemon.ctl("show", "platform")
+    nft(switch, "flush", "ruleset")
+    netns.run(switch.namespace, "sh", "-c", f"nft -f - <<'END'\n{kept}END")
+    daemon.until(lambda: "again; restart snoopd6" in daemon.log(), "their return is logged")
+    assert rules() == [1, 1]
+    assert daemon.log().count("are gone from the kernel") == 1

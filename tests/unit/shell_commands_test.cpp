@@ -189,11 +189,12 @@ TEST_F(ShellCommands, ShowSnooping) {
                                             "Room for clients          2048\n"
                                             "Debug lines in the log    on\n"
                                             "Bridge                    br0\n"
+                                            "Filter rules loaded       yes\n"
                                             "Running for               1h2m\n");
     EXPECT_EQ(nlohmann::json::parse(show("show dhcpv6-snooping", true)), nlohmann::json::parse(R"({"snooping": true,
         "fast_remove": false, "l2_relay": true,
         "trusted_ports": ["0/4"], "clients": 2, "clients_max": 2048, "debug": true, "bridge": "br0",
-        "uptime_seconds": 3725})"));
+        "filter_rules": true, "uptime_seconds": 3725})"));
 }
 
 TEST_F(ShellCommands, ShowInterfacesReadsBothPages) {
@@ -226,7 +227,8 @@ TEST_F(ShellCommands, ShowPlatform) {
                                      "Highest port            0/4\n"
                                      "VLAN filtering          on\n"
                                      "DHCPv6 snooping         on\n"
-                                     "DHCPv6 is forwarded by  snoopd6\n");
+                                     "DHCPv6 is forwarded by  snoopd6\n"
+                                     "Filter rules loaded     yes\n");
     EXPECT_EQ(show("show platform ports"), "PORT  INTERFACE  TYPE      IFINDEX  LINK  FORWARDING  NATIVE VLAN  TRUNK\n"
                                            "0/1   p1         ethernet        3  up    yes                  10      -\n"
                                            "0/2   p2         xpon            -  down  no                    -      -\n"

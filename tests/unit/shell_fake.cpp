@@ -145,7 +145,7 @@ Bytes answerConfig(const Bytes &request) {
 }
 
 Bytes answerStatus(const Bytes &request) {
-    const LinuxSwitchStatus status = {"br0", "0.1.0", 4711, 3725, 4, 1, 1, 1, {2, 0, 0, 0, 0, 0xff}, {}};
+    const LinuxSwitchStatus status = {"br0", "0.1.0", 4711, 3725, 4, 1, 1, 1, {2, 0, 0, 0, 0, 0xff}, 1, 0};
     const LinuxVlanStatus vlans[] = {{1, 0, {0xd0}, {0xd0}}, {10, 0, {0xf0}, {}}};
     const LinuxMacStatus macs[] = {{10, {2, 0, 0, 0, 0, 1}, 1, LINUX_NO_TRUNK, 0, 0}, {0, {2, 0, 0, 0, 0, 2}, 0, 7, 1, 0}};
     const LinuxPortCounters counters = {4, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 11, 12, 10, 18446744073709551615u};
