@@ -1,7 +1,7 @@
-// One snoopd6 per run folder and per network namespace.
+// One snoopd6 per run folder and per network namespace (namespacelock.h).
 //
-// The folder's lock is a flock on a file, the namespace's an abstract socket: both go with the process, however it ends. Two
-// daemons with folders of their own would still write the same filter table, which is one per network namespace.
+// The folder's lock is a flock on a file in it. Whoever can open a file can lock it, so the file can be opened by its owner
+// alone, and only root and the daemon's user may write into the folder. The lock goes with the process, however it ends.
 
 #include "platform/linux/queue.h"
 
@@ -17,10 +17,11 @@
 #include <unistd.h>
 
 #include "platform/linux/loop.h"
+#include "platform/linux/namespacelock.h"
+#include "platform/linux/ownfolder.h"
 #include "platform/linux/protocol.h"
 
-static constexpr char NAMESPACE_LOCK[] = "snoopd6";
-static constexpr uint32_t LOCK_TRIES = 8; // a lock file that another process removes meanwhile is opened again
+static constexpr uint32_t LOCK_TRIES = 8; // a lock file that is removed or replaced meanwhile is opened again
 
 static bool lockHeld;
 static bool folderMade;
@@ -56,13 +57,11 @@ static void unlockFolder() {
     }
 }
 
+// Callers of the socket's group come through the folder, whatever the umask is.
 static void makeFolder() {
-    const char *folder = linuxRunFolder();
-    if (mkdir(folder, 0755) == 0) {
-        folderMade = true;
-        chmod(folder, 0755); // whatever the umask is: callers of the socket's group come through here
-    } else if (errno != EEXIST) {
-        linuxFatal("the run folder %s cannot be made: %s; run as root or set SNOOPD6_RUN", folder, strerror(errno));
+    char error[512];
+    if (!linuxOwnFolder(linuxRunFolder(), 0755, &folderMade, error, sizeof error)) {
+        linuxFatal("the run folder %s", error);
     }
 }
 
@@ -71,6 +70,17 @@ static bool stillNamed(int fd) {
     struct stat open;
     struct stat named;
     return fstat(fd, &open) == 0 && lstat(lockPath, &named) == 0 && open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+// Takes a file away that others can open, or may have opened: they could lock it, and keep the lock. This daemon's is its own
+// user's alone.
+static void removeOpenFile() {
+    struct stat file;
+    const bool found = lstat(lockPath, &file) == 0 && S_ISREG(file.st_mode);
+    const bool own = found && file.st_uid == geteuid() && (file.st_mode & 077) == 0 && file.st_nlink == 1;
+    if (found && !own && unlink(lockPath) != 0 && errno != ENOENT) {
+        linuxFatal("%s is open to others and cannot be removed: %s", lockPath, strerror(errno));
+    }
 }
 
 static void sayLockTaken(int fd) {
@@ -90,8 +100,9 @@ static void writePid(int fd) {
 
 static void lockFolder() {
     for (uint32_t i = 0; i < LOCK_TRIES; i++) {
-        const int fd = open(lockPath, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
-        if (fd < 0) {
+        removeOpenFile();
+        const int fd = open(lockPath, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+        if (fd < 0 || fchmod(fd, 0600) != 0) { // whatever the umask is: the next start opens it again
             linuxFatal("%s cannot be opened: %s; run as root or set SNOOPD6_RUN", lockPath, strerror(errno));
         }
         if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
@@ -105,23 +116,6 @@ static void lockFolder() {
         close(fd);
     }
     linuxFatal("%s vanishes again and again; is something cleaning up the folder?", lockPath);
-}
-
-// ---- The network namespace -----------------------------------------------------------------------------------------
-
-static void lockNamespace() {
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un name = {};
-    name.sun_family = AF_UNIX;
-    memcpy(&name.sun_path[1], NAMESPACE_LOCK, strlen(NAMESPACE_LOCK)); // a leading 0 makes it abstract
-    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + strlen(NAMESPACE_LOCK));
-    if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr *>(&name), length) != 0) {
-        if (errno == EADDRINUSE) {
-            linuxFatal("another snoopd6 serves this network namespace; stop that one first (ss -xap shows who has @%s)",
-                       NAMESPACE_LOCK);
-        }
-        linuxFatal("the network namespace cannot be locked (socket @%s): %s", NAMESPACE_LOCK, strerror(errno));
-    }
 }
 
 // ---- The socket's name ---------------------------------------------------------------------------------------------
@@ -163,6 +157,6 @@ void linuxInstanceLock() {
     linuxAtStop(unlockFolder);
     makeFolder();
     lockFolder();
-    lockNamespace();
+    linuxNamespaceLock();
     clearSocketPath();
 }

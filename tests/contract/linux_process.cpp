@@ -1,13 +1,18 @@
 // One snoopd6 at a time, and nothing left behind. Every server is a process of its own with a run folder of its own.
 
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/contract/linux_env.h"
@@ -97,7 +102,7 @@ TEST_F(Process, SecondOneInTheNetworkNamespaceIsRefused) {
     ASSERT_TRUE(serverReady(server));
     const TestServer second = serverStart("serve", run + "2");
     EXPECT_EQ(serverEnd(second, &said), 1);
-    expectOneSentence(said, "another snoopd6 serves this network namespace");
+    expectOneSentence(said, "another snoopd6 (process " + std::to_string(server.pid) + ") serves this network namespace");
     EXPECT_FALSE(fs::exists(run + "2"));
     EXPECT_EQ(stopServer(server, SIGTERM, &said), 0);
 }
@@ -149,8 +154,151 @@ TEST_F(Process, FoldersThatCannotBe) {
     expectOneSentence(said, "is too long a name for a socket in it: at most 107 characters");
     std::ofstream(run) << "x";
     EXPECT_EQ(serverEnd(serverStart("serve", run), &said), 1);
-    expectOneSentence(said, run + "/snoopd6.lock cannot be opened: Not a directory");
+    expectOneSentence(said, "the run folder " + run + " is not a folder");
     EXPECT_TRUE(fs::is_regular_file(run));
+}
+
+// ---- Locks that others want ----------------------------------------------------------------------------------------
+
+// Runs in a process of another user, who has no rights; its exit status.
+template <typename Act> static int asStranger(Act act) {
+    const int pid = fork();
+    if (pid == 0) {
+        _exit(setgid(65534) == 0 && setuid(65534) == 0 ? act() : 9);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WEXITSTATUS(status);
+}
+
+static int expectServes(const std::string &run) {
+    std::string said;
+    const TestServer server = serverStart("serve", run);
+    EXPECT_TRUE(serverReady(server));
+    const int status = stopServer(server, SIGTERM, &said);
+    EXPECT_EQ(said, "");
+    return status;
+}
+
+// Binds the abstract name, as anybody may.
+static int takeName(const std::string &text) {
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un name = {};
+    name.sun_family = AF_UNIX;
+    text.copy(&name.sun_path[1], sizeof name.sun_path - 1);
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + text.size());
+    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&name), length), 0);
+    return fd;
+}
+
+TEST_F(Process, AbstractNamesAreNoLock) {
+    const int fd = takeName("snoopd6");
+    EXPECT_EQ(expectServes(run), 0);
+    close(fd);
+}
+
+TEST_F(Process, LockOfTheNetworkNamespaceTakesTheRightToAdministerIt) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to become another user";
+    }
+    fs::create_directory(run);
+    ASSERT_EQ(chown(run.c_str(), 65534, 65534), 0);
+    const TestServer stranger = serverStart("leave", run, 65534);
+    EXPECT_EQ(serverEnd(stranger, &said), 1);
+    expectOneSentence(said, "the network namespace cannot be locked (nfnetlink_log, group 23814): Operation not permitted");
+    EXPECT_EQ(expectServes(run + "2"), 0);
+}
+
+TEST_F(Process, LockOfTheNetworkNamespaceIsFreeAsSoonAsItsOwnerHasEnded) {
+    for (uint32_t i = 0; i < 20; i++) {
+        const TestServer server = serverStart("serve", run);
+        ASSERT_TRUE(serverReady(server));
+        ASSERT_EQ(stopServer(server, SIGKILL, &said), 1000 + SIGKILL);
+    }
+    EXPECT_EQ(expectServes(run), 0);
+}
+
+TEST_F(Process, LockFileIsForTheDaemonAlone) {
+    for (const mode_t mask : {0022, 0000, 0777}) {
+        const mode_t before = umask(mask);
+        const TestServer server = serverStart("serve", run);
+        umask(before);
+        ASSERT_TRUE(serverReady(server));
+        struct stat file;
+        ASSERT_EQ(stat((run + "/snoopd6.lock").c_str(), &file), 0);
+        EXPECT_EQ(file.st_mode & 07777, 0600u);
+        ASSERT_EQ(stat(run.c_str(), &file), 0);
+        EXPECT_EQ(file.st_mode & 07777, 0755u);
+        EXPECT_EQ(stopServer(server, SIGKILL, &said), 1000 + SIGKILL);
+        EXPECT_EQ(expectServes(run), 0) << "the file that is left can be opened again";
+    }
+}
+
+TEST_F(Process, LockFileThatOthersCanOpenIsReplaced) {
+    fs::create_directory(run);
+    const std::string path = run + "/snoopd6.lock";
+    for (const mode_t mode : {0644, 0660, 0606}) {
+        std::ofstream(path) << "1\n";
+        ASSERT_EQ(chmod(path.c_str(), mode), 0);
+        const int held = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        ASSERT_EQ(flock(held, LOCK_EX | LOCK_NB), 0);
+        EXPECT_EQ(expectServes(run), 0);
+        close(held);
+    }
+    std::ofstream(path) << "1\n";
+    ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+    fs::create_hard_link(path, run + "/other");
+    const int held = open((run + "/other").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX | LOCK_NB), 0);
+    EXPECT_EQ(expectServes(run), 0);
+    close(held);
+    EXPECT_TRUE(fs::exists(run + "/other"));
+}
+
+TEST_F(Process, StrangersCannotLockTheFile) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to become another user";
+    }
+    const TestServer server = serverStart("serve", run);
+    ASSERT_TRUE(serverReady(server));
+    EXPECT_EQ(stopServer(server, SIGKILL, &said), 1000 + SIGKILL);
+    const std::string path = run + "/snoopd6.lock";
+    EXPECT_EQ(asStranger([&]() { return open(path.c_str(), O_RDONLY) < 0 && errno == EACCES ? 0 : 1; }), 0);
+    EXPECT_EQ(asStranger([&]() { return unlink(path.c_str()) != 0 && errno == EACCES ? 0 : 1; }), 0);
+    EXPECT_EQ(expectServes(run), 0);
+}
+
+TEST_F(Process, SymbolicLinksAreNotFollowed) {
+    const std::string target = testFolder() + "/target";
+    std::ofstream(target) << "mine";
+    fs::create_directory(run);
+    fs::create_symlink(target, run + "/snoopd6.lock");
+    EXPECT_EQ(serverEnd(serverStart("leave", run), &said), 1);
+    expectOneSentence(said, run + "/snoopd6.lock cannot be opened: Too many levels of symbolic links");
+    EXPECT_EQ(fs::file_size(target), 4u);
+    fs::create_directory_symlink(run, run + "-link");
+    for (const std::string end : {"", "/", "//"}) {
+        EXPECT_EQ(serverEnd(serverStart("leave", run + "-link" + end), &said), 1);
+        expectOneSentence(said, "the run folder " + run + "-link" + end + " is a symbolic link");
+    }
+}
+
+TEST_F(Process, FoldersThatOthersMayWriteInto) {
+    fs::create_directory(run);
+    for (const mode_t mode : {0775, 0757, 01777}) {
+        ASSERT_EQ(chmod(run.c_str(), mode), 0);
+        EXPECT_EQ(serverEnd(serverStart("leave", run), &said), 1);
+        expectOneSentence(said, "the run folder " + run + " is writable for its group or for everybody");
+        EXPECT_TRUE(fs::is_empty(run));
+    }
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to give a folder away";
+    }
+    ASSERT_EQ(chmod(run.c_str(), 0755), 0);
+    ASSERT_EQ(chown(run.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(serverEnd(serverStart("leave", run), &said), 1);
+    expectOneSentence(said, "the run folder " + run + " belongs to another user than root and the daemon's");
+    EXPECT_TRUE(fs::is_empty(run));
 }
 
 TEST_F(Process, RightsAreMissing) {
