@@ -15,6 +15,7 @@
 #include "platform/linux/netlink.h"
 #include "platform/linux/nfttable.h"
 #include "platform/linux/nftwatch.h"
+#include "platform/linux/options.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/queue.h"
 #include "platform/linux/status.h"
@@ -86,6 +87,7 @@ extern "C" {
 uint32_t gul_max_port_num;
 
 int32_t smdProcessInit(const char *) {
+    linuxOptions();
     readSwitchFile();
     checkRights();
     linuxInstanceLock();
