@@ -1,6 +1,6 @@
 """systemctl of a machine without systemd: starts, stops and shows one kind of service, the way its unit says.
 
-    systemctl start|stop|is-active NAME
+    systemctl start|stop|reload|is-active NAME
 
 It understands Type=notify units that run one program as a user of their own. What the unit allows the program is enforced by
 the kernel as systemd would have it (see lab.confine), with one difference: a forbidden system call ends the process, so that
@@ -25,7 +25,7 @@ READY = b"READY=1"
 
 # What the kernel is asked to enforce, or what is carried out here.
 ENFORCED = set(
-    "AmbientCapabilities CapabilityBoundingSet ExecStart Group LockPersonality MemoryDenyWriteExecute NoNewPrivileges "
+    "AmbientCapabilities CapabilityBoundingSet ExecReload ExecStart Group LockPersonality MemoryDenyWriteExecute NoNewPrivileges "
     "NotifyAccess PrivateDevices PrivateTmp ProtectHome ProtectSystem RestrictAddressFamilies RestrictNamespaces "
     "RestrictRealtime RestrictSUIDSGID RuntimeDirectory RuntimeDirectoryMode SystemCallArchitectures SystemCallErrorNumber "
     "SystemCallFilter TimeoutStartSec Type UMask User".split()
@@ -158,13 +158,21 @@ def stop(unit):
     pathlib.Path("/run", unit.get("RuntimeDirectory")).rmdir()
 
 
+def reload(unit):
+    pid = running(unit)
+    if pid is None:
+        sys.exit(f"{unit.name}.service is not active, cannot reload.")
+    words = [str(pid) if word == "$MAINPID" else word for word in shlex.split(unit.get("ExecReload"))]
+    subprocess.run(words, check=True)
+
+
 def main(words):
-    if len(words) != 2 or words[0] not in ("start", "stop", "is-active"):
-        sys.exit("usage: systemctl start|stop|is-active NAME")
+    if len(words) != 2 or words[0] not in ("start", "stop", "reload", "is-active"):
+        sys.exit("usage: systemctl start|stop|reload|is-active NAME")
     unit = Unit(words[1].removesuffix(".service"))
     if words[0] == "is-active":
         sys.exit(0 if running(unit) else 3)
-    {"start": start, "stop": stop}[words[0]](unit)
+    {"start": start, "stop": stop, "reload": reload}[words[0]](unit)
 
 
 if __name__ == "__main__":

@@ -136,7 +136,8 @@ typedef int32_t (*SmdWrapFn)(void *ctx, SmdRmArg *argv, uint32_t argc);
 
 extern "C" {
 
-// The number of ports of this switch: its highest port number. Set by smdProcessInit, read-only afterwards.
+// The number of ports of this switch: its highest port number. Set by smdProcessInit; read-only for the daemon. It may grow
+// afterwards, between two callbacks, and never shrinks.
 extern uint32_t gul_max_port_num;
 
 // Registers the process with the switch. `path` is the program's own. When the switch cannot be brought up (its

@@ -18,6 +18,7 @@
 #include "platform/linux/options.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/queue.h"
+#include "platform/linux/reload.h"
 #include "platform/linux/status.h"
 
 namespace {
@@ -57,16 +58,13 @@ void findBridge() {
         linuxFatal("%s", error);
     }
     for (uint32_t p = 0; p < linuxSwitch.portMax; p++) {
-        if (linuxPortExists(p + 1) && linuxBridgeLink(p) == LINUX_NO_LINK) {
-            linuxLog("port 0/%u: interface %s is %s; it is taken up when it comes", p + 1, linuxLinks[p].name,
-                     linuxLinks[p].ifindex == 0 ? "missing" : "not in the bridge");
-        }
+        linuxReloadSayMissing(p);
     }
 }
 
 void takeSwitch() {
     char error[ERROR_MAX];
-    linuxAtStop(linuxNftTableUnload);
+    linuxAtStop(linuxNftTableUnload, LINUX_UNDO_AT_STOP);
     if (linuxNftTableLoad(error, sizeof error) != 0) {
         linuxFatal("%s", error);
     }
@@ -78,6 +76,7 @@ void takeSwitch() {
     linuxNftWatchStart();
     linuxMacCacheOpen();
     linuxStatusInit();
+    linuxOnHangup(linuxReload);
 }
 
 } // namespace
@@ -88,6 +87,7 @@ uint32_t gul_max_port_num;
 
 int32_t smdProcessInit(const char *) {
     linuxOptions();
+    linuxLoopBase(); // from here on signals are dealt with, and wait until the loop runs
     readSwitchFile();
     checkRights();
     linuxInstanceLock();

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <event2/event.h>
 #include <event2/event_struct.h>
+#include <iterator>
 #include <unistd.h>
 
 #include "platform/linux/logline.h"
@@ -14,12 +15,17 @@
 static constexpr uint32_t UNDO_MAX = 16;
 
 static event_base *loopBase;
-static event stopOnTerm;
-static event stopOnInt;
+static void (*reloadOnHangup)();
 
-static void (*undoList[UNDO_MAX])();
+struct Undo {
+    void (*function)();
+    LinuxUndo when;
+};
+
+static Undo undoList[UNDO_MAX];
 static uint32_t undoCount;
 static bool undoing;
+static bool leaving; // the place is another daemon's: what is for the end of service only is not undone
 
 // ---- Log -----------------------------------------------------------------------------------------------------------
 
@@ -48,7 +54,9 @@ static void undoAll() {
     undoing = true;
     while (undoCount > 0) {
         undoCount--;
-        undoList[undoCount]();
+        if (!leaving || undoList[undoCount].when == LINUX_UNDO_ALWAYS) {
+            undoList[undoCount].function();
+        }
     }
 }
 
@@ -63,7 +71,7 @@ void linuxFatal(const char *fmt, ...) {
     exit(EXIT_FAILURE);
 }
 
-void linuxAtStop(void (*undo)()) {
+void linuxAtStop(void (*undo)(), LinuxUndo when) {
     static bool hooked;
     if (!hooked) {
         hooked = true;
@@ -72,11 +80,45 @@ void linuxAtStop(void (*undo)()) {
     if (undoCount == UNDO_MAX) {
         linuxFatal("more than %u things to undo at the end", UNDO_MAX);
     }
-    undoList[undoCount] = undo;
+    undoList[undoCount] = {undo, when};
     undoCount++;
 }
 
+void linuxUndoNothing() { undoCount = 0; }
+
+// ---- Signals -------------------------------------------------------------------------------------------------------
+
 static void stopAsked(evutil_socket_t, short, void *) { exit(EXIT_SUCCESS); }
+
+static void leaveAsked(evutil_socket_t, short, void *) {
+    leaving = true;
+    exit(EXIT_SUCCESS);
+}
+
+static void reloadAsked(evutil_socket_t, short, void *) {
+    if (reloadOnHangup != nullptr) {
+        reloadOnHangup();
+    }
+}
+
+void linuxOnHangup(void (*reload)()) { reloadOnHangup = reload; }
+
+static void watchSignals() {
+    static event watched[4];
+    static constexpr struct {
+        int signal;
+        void (*act)(evutil_socket_t, short, void *);
+    } SIGNALS[] = {{SIGTERM, stopAsked}, {SIGINT, stopAsked}, {SIGUSR1, leaveAsked}, {SIGHUP, reloadAsked}};
+    static_assert(std::size(SIGNALS) == std::size(watched));
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGUSR2, SIG_IGN); // nothing yet, and nothing to die of
+    for (size_t i = 0; i < std::size(SIGNALS); i++) {
+        evsignal_assign(&watched[i], loopBase, SIGNALS[i].signal, SIGNALS[i].act, nullptr);
+        if (evsignal_add(&watched[i], nullptr) != 0) {
+            linuxFatal("signal %d cannot be watched", SIGNALS[i].signal);
+        }
+    }
+}
 
 // ---- The loop ------------------------------------------------------------------------------------------------------
 
@@ -88,11 +130,6 @@ event_base *linuxLoopBase() {
     if (loopBase == nullptr) {
         linuxFatal("the kernel refuses an event loop; are file descriptors left?");
     }
-    signal(SIGPIPE, SIG_IGN);
-    evsignal_assign(&stopOnTerm, loopBase, SIGTERM, stopAsked, nullptr);
-    evsignal_assign(&stopOnInt, loopBase, SIGINT, stopAsked, nullptr);
-    if (evsignal_add(&stopOnTerm, nullptr) != 0 || evsignal_add(&stopOnInt, nullptr) != 0) {
-        linuxFatal("the signals TERM and INT cannot be watched");
-    }
+    watchSignals();
     return loopBase;
 }

@@ -8,9 +8,20 @@ struct event_base;
 // The loop. Created on first use, single-threaded.
 event_base *linuxLoopBase();
 
-// Registers what has to be undone when the daemon ends: asked to stop (SIGTERM or SIGINT), by linuxFatal, or because start-up
-// failed and main returned. The functions are called once, the last registered first. At most 16.
-void linuxAtStop(void (*undo)());
+enum LinuxUndo : uint32_t {
+    LINUX_UNDO_ALWAYS,
+    LINUX_UNDO_AT_STOP, // not when the daemon was told to leave its place to another one (SIGUSR1)
+};
+
+// Registers what has to be undone when the daemon ends: asked to stop (SIGTERM or SIGINT) or to leave (SIGUSR1), by linuxFatal,
+// or because start-up failed and main returned. The functions are called once, the last registered first. At most 16.
+void linuxAtStop(void (*undo)(), LinuxUndo when = LINUX_UNDO_ALWAYS);
+
+// For a child process that goes on in this program: what its parent registered is the parent's to undo.
+void linuxUndoNothing();
+
+// Sets what SIGHUP does; before that it does nothing. Called from the loop.
+void linuxOnHangup(void (*reload)());
 
 // Says one sentence on standard error, undoes what linuxAtStop registered and ends the process with status 1.
 [[noreturn]] void linuxFatal(const char *fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -27,7 +27,7 @@ void sayHelp() {
            "  -c, --check    reads the switch file and the startup file, says what it finds, and starts nothing\n"
            "  -h, --help     this text\n"
            "  -V, --version  the version\n\n"
-           "Environment: SNOOPD6_SWITCH, SNOOPD6_STARTUP, SNOOPD6_RUN; see snoopd6(8).\n");
+           "Environment: SNOOPD6_SWITCH, SNOOPD6_STARTUP, SNOOPD6_RUN; see snoopd6(8). SIGHUP reads the switch file again.\n");
 }
 
 // The words behind the program's name, each ended by a 0. Returns their bytes.

@@ -78,6 +78,7 @@ int startShell() {
     sigset_t ignored;
     sigemptyset(&ignored);
     sigaddset(&ignored, SIGPIPE);
+    sigaddset(&ignored, SIGUSR2);
     posix_spawn_file_actions_init(&files);
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setsigdefault(&attributes, &ignored);

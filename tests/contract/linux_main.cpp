@@ -33,6 +33,11 @@ static int serve(const std::string &mode) {
         setenv("SNOOPD6_SWITCH", linuxRunFolder(), 1);
         return linuxSwitchFileRead(linuxSwitchFilePath(), &config, error, sizeof error) ? EXIT_SUCCESS : 8;
     }
+    if (mode == "undo") {
+        linuxAtStop([]() { linuxLog("undone at a stop"); }, LINUX_UNDO_AT_STOP);
+        linuxAtStop([]() { linuxLog("undone always"); });
+        linuxOnHangup([]() { vosPrintf("hung up\n"); });
+    }
     uint32_t queueId = 0;
     if (vosMsgInit("/sbin/snoopd6", 255, &queueId) != 0) {
         return EXIT_FAILURE;
@@ -138,7 +143,7 @@ int main(int argc, char **argv) {
     if (argc > 1 && strcmp(argv[1], "--keep-going") == 0) {
         return playShell(argc, argv);
     }
-    for (const char *mode : {"serve", "hasty", "leave", "log", "file"}) {
+    for (const char *mode : {"serve", "hasty", "undo", "leave", "log", "file"}) {
         if (argc == 2 && std::string("--") + mode == argv[1]) {
             return serve(mode);
         }

@@ -158,6 +158,36 @@ TEST_F(Process, FoldersThatCannotBe) {
     EXPECT_TRUE(fs::is_regular_file(run));
 }
 
+// ---- Signals -------------------------------------------------------------------------------------------------------
+
+TEST_F(Process, StopUndoesWhatLeavingDoesNot) {
+    const std::string always = "snoopd6: undone always\n";
+    for (const auto &[signal, expected] :
+         std::vector<std::pair<int, std::string>>{{SIGTERM, always + "snoopd6: undone at a stop\n"}, {SIGUSR1, always}}) {
+        const TestServer server = serverStart("undo", run);
+        ASSERT_TRUE(serverReady(server));
+        EXPECT_EQ(stopServer(server, signal, &said), 0);
+        EXPECT_EQ(said, expected);
+        EXPECT_FALSE(fs::exists(run));
+    }
+}
+
+TEST_F(Process, SignalsThatItLivesOn) {
+    const TestServer server = serverStart("undo", run);
+    ASSERT_TRUE(serverReady(server));
+    for (uint32_t i = 0; i < 3; i++) {
+        kill(server.pid, SIGUSR2);
+        kill(server.pid, SIGHUP);
+        EXPECT_EQ(serverLine(server), "hung up");
+    }
+    EXPECT_EQ(stopServer(server, SIGTERM, &said), 0);
+    const TestServer other = serverStart("serve", run); // where nothing is to be read again
+    ASSERT_TRUE(serverReady(other));
+    kill(other.pid, SIGHUP);
+    EXPECT_EQ(stopServer(other, SIGTERM, &said), 0);
+    EXPECT_EQ(said, "");
+}
+
 // ---- Locks that others want ----------------------------------------------------------------------------------------
 
 // Runs in a process of another user, who has no rights; its exit status.

@@ -174,6 +174,23 @@ def test_started_again_it_is_guarded_when_it_says_that_it_is_ready(machine):
     machine.run("systemctl", "stop", "snoopd6")
 
 
+def test_reloaded_it_takes_up_a_new_port(machine):
+    machine.run("cp", "-p", "/etc/snoopd6/switch.toml", "/etc/snoopd6/kept")
+    machine.run("systemctl", "start", "snoopd6")
+    pid = machine.run("pgrep", "-u", "snoopd6", "snoopd6").stdout
+    machine.run("sh", "-c", "printf '\n[[port]]\nnumber = 9\ninterface = \"p9\"\n' >>/etc/snoopd6/switch.toml")
+    machine.run("systemctl", "reload", "snoopd6")
+    end = time.monotonic() + 30
+    while "/etc/snoopd6/switch.toml is read again, in force now: port 0/9 (p9)" not in service_log():
+        assert time.monotonic() < end, service_log()
+        time.sleep(0.05)
+    assert "p9" in machine.run("snoopctl", "show", "platform", "ports").stdout
+    assert machine.run("pgrep", "-u", "snoopd6", "snoopd6").stdout == pid
+    assert machine.run("snoopd6", "--check", user="snoopd6").stdout.startswith("/etc/snoopd6/switch.toml: bridge br0, ports 5")
+    machine.run("systemctl", "stop", "snoopd6")
+    machine.run("mv", "/etc/snoopd6/kept", "/etc/snoopd6/switch.toml")
+
+
 def test_not_ready_before_the_last_line_is_in_force(machine):
     """The saved configuration is a pipe here: the daemon waits for its end, works meanwhile, and does not call itself ready."""
     machine.run("mv", "/etc/snoopd6/startup.conf", "/etc/snoopd6/kept")
