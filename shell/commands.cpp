@@ -53,12 +53,12 @@ constexpr std::array COMMANDS = {
     Command{PLACE_INTERFACE, 0, "undo dhcpv6-snooping max-clients", "back to the default of 2048 clients", actionPortLimit},
     Command{PLACE_INTERFACE, 0, "ipv6-source-guard", "let only bound IPv6 sources in through this port", actionGuard},
     Command{PLACE_INTERFACE, 0, "undo ipv6-source-guard", "let every IPv6 source in through this port (default)", actionGuard},
-    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <ipv6>", "an address that may pass everywhere", actionBind},
-    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <ipv6> mac <mac>", "an address that may pass with this MAC address",
+    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <source>", "an address that may pass everywhere", actionBind},
+    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <source> mac <mac>", "an address that may pass with this MAC address",
             actionBind},
-    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <ipv6> mac <mac> interface ethernet <port>",
+    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <source> mac <mac> interface ethernet <port>",
             "an address that may pass with this MAC address on this port", actionBind},
-    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <ipv6> mac <mac> interface ethernet <port> vlan <vlan>",
+    Command{PLACE_TOP, 0, "ipv6-source-guard bind ip <source> mac <mac> interface ethernet <port> vlan <vlan>",
             "an address that may pass with this MAC address on this port in this VLAN", actionBind},
     Command{PLACE_TOP, 0, "undo ipv6-source-guard bind ip <ipv6>", "the address may no longer pass", actionUnbind},
     Command{PLACE_TOP, 0, "undo ipv6-source-guard bind all", "no configured address may pass any longer", actionUnbindAll},
@@ -163,6 +163,10 @@ bool readIpv6(std::string_view word, Arguments *arguments, std::string *error) {
     return valueReadIpv6(word, &arguments->address, error);
 }
 
+bool readSource(std::string_view word, Arguments *arguments, std::string *error) {
+    return valueReadSource(word, &arguments->address, error);
+}
+
 bool readIdIpv4(std::string_view word, Arguments *arguments, std::string *error) {
     return informationReadIpv4(word, &arguments->id, error);
 }
@@ -224,6 +228,8 @@ constexpr std::array PLACEHOLDERS = {
     Placeholder{"<limit>", "0-2048", "a number of clients", readLimit, nullptr, ""},
     Placeholder{"<mac>", "MAC", "a MAC address, like 02:00:5e:10:00:01", readMac, nullptr, ""},
     Placeholder{"<ipv6>", "IPV6", "an IPv6 address, like 2001:db8::1", readIpv6, nullptr, ""},
+    Placeholder{"<source>", "SOURCE", "an IPv6 address that packets may come from: not ::, ::1, multicast or IPv4-mapped",
+                readSource, nullptr, ""},
     Placeholder{"<id-ipv4>", "IPV4", "an IPv4 address, like 10.0.0.1", readIdIpv4, nullptr, ""},
     Placeholder{"<id-ipv6>", "IPV6", "an IPv6 address, like 2001:db8::1", readIdIpv6, nullptr, ""},
     Placeholder{"<string>", "TEXT", "1 to 79 bytes, in double quotes when there are blanks", readString, nullptr, BLANKS_HINT},

@@ -69,6 +69,24 @@ std::string textRuns(std::span<const uint32_t> numbers, const char *separator, s
     return out;
 }
 
+// Addresses that no packet on a link comes from.
+struct NoSource {
+    Ipv6Address prefix;
+    uint32_t length; // bits of the prefix, 8 to 128
+    const char *why;
+};
+
+constexpr std::array NO_SOURCES = {
+    NoSource{{}, 128, "it is the unspecified address, which names no host"},
+    NoSource{{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 128, "it is the loopback address, which never leaves a host"},
+    NoSource{{0xff}, 8, "it is a multicast address, which names receivers and no sender"},
+    NoSource{{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff}, 96, "it is an IPv4-mapped address, which no packet carries"},
+};
+
+bool startsWith(const Ipv6Address &address, const NoSource &range) {
+    return std::equal(address.begin(), address.begin() + range.length / 8, range.prefix.begin());
+}
+
 } // namespace
 
 bool valueReadPort(std::string_view word, uint32_t *port, std::string *error) {
@@ -156,6 +174,21 @@ bool valueReadIpv6(std::string_view word, Ipv6Address *address, std::string *err
         *error = textQuoted(word) + " is not an IPv6 address: it is written like 2001:db8::1, without a prefix length";
         return false;
     }
+    return true;
+}
+
+bool valueReadSource(std::string_view word, Ipv6Address *address, std::string *error) {
+    Ipv6Address read = {};
+    if (!valueReadIpv6(word, &read, error)) {
+        return false;
+    }
+    for (const NoSource &range : NO_SOURCES) {
+        if (startsWith(read, range)) {
+            *error = textQuoted(word) + " cannot be bound: " + range.why;
+            return false;
+        }
+    }
+    *address = read;
     return true;
 }
 

@@ -30,6 +30,9 @@ using VlanList = std::array<uint8_t, VLAN_LIST_SIZE>;
 [[nodiscard]] bool valueReadVlans(std::string_view word, VlanList *vlans, std::string *error);
 [[nodiscard]] bool valueReadIpv4(std::string_view word, Ipv4Address *address, std::string *error);
 [[nodiscard]] bool valueReadIpv6(std::string_view word, Ipv6Address *address, std::string *error);
+// An IPv6 address that a packet on a link may come from. Refuses the unspecified and the loopback address, multicast and
+// IPv4-mapped addresses.
+[[nodiscard]] bool valueReadSource(std::string_view word, Ipv6Address *address, std::string *error);
 // Texts that the daemon keeps are printed between double quotes, without any escape, to be read again: only printable
 // characters, and no double quotes. `what` is how the sentence calls the text: "the string".
 [[nodiscard]] bool valueCheckText(const char *what, std::string_view text, std::string *error);

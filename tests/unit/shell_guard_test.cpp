@@ -170,6 +170,21 @@ TEST_F(ShellGuard, WhatIsBoundAlreadyIsSaidAndAnotherVlanRefused) {
                   "ipv6-source-guard bind ip 2001:db8::5\" takes that back");
 }
 
+// Whoever has such a binding all the same, made by another manager, takes it back like any other.
+TEST_F(ShellGuard, WhatIsNoSourceIsUnboundAndNotBound) {
+    for (const char *address : {"::", "::1", "ff02::1", "::ffff:10.0.0.1"}) {
+        const std::string bind = "ipv6-source-guard bind ip " + std::string(address);
+        const size_t before = fakeRequests(&daemon).size();
+        for (const char *rest : {"", " mac 2:0:0:0:0:5", " mac 2:0:0:0:0:5 interface ethernet 0/1 vlan 10"}) {
+            EXPECT_EQ(sessionRun(&session, bind + rest), Outcome::usage) << bind << rest;
+            EXPECT_EQ(session.error.rfind("\"" + std::string(address) + "\" cannot be bound: it is ", 0), 0u) << session.error;
+        }
+        EXPECT_EQ(fakeRequests(&daemon).size(), before) << "nothing may be sent";
+        EXPECT_EQ(sessionRun(&session, "undo " + bind), Outcome::done) << session.error;
+        EXPECT_EQ(callOf(fakeRequests(&daemon).back()), DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE);
+    }
+}
+
 TEST_F(ShellGuard, UnbindingWhatIsNotBound) {
     daemon.answer = answering(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_DELETE, -1);
     expectRefused("undo ipv6-source-guard bind ip 2001:db8::5",

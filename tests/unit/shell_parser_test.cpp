@@ -53,7 +53,7 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{PLACE_TOP, "clear dh cl ip 2001:db8::1", "clear dhcpv6-snooping clients ip <ipv6>", nullptr},
         ReadCase{PLACE_TOP, "in e 0/4 ip", "interface ethernet <port> | ipv6-source-guard", nullptr},
         ReadCase{PLACE_INTERFACE, "un ip", "undo ipv6-source-guard", nullptr},
-        ReadCase{PLACE_TOP, "ip bind ip 2001:db8::1 mac 2:0:0:0:0:1", "ipv6-source-guard bind ip <ipv6> mac <mac>", nullptr},
+        ReadCase{PLACE_TOP, "ip bind ip 2001:db8::1 mac 2:0:0:0:0:1", "ipv6-source-guard bind ip <source> mac <mac>", nullptr},
         ReadCase{PLACE_TOP, "un ip b a", "undo ipv6-source-guard bind all", nullptr},
         ReadCase{PLACE_TOP, "undo ipv6-source-guard vlan 1,3-5,", "undo ipv6-source-guard vlan <vlans>", nullptr},
         ReadCase{PLACE_TOP, "dh inf op 18", "dhcpv6-snooping information option 18", nullptr},
@@ -173,6 +173,7 @@ std::vector<std::string> goodWords(const Command &command) {
                         : word == "<limit>"   ? "2048"
                         : word == "<mac>"     ? "02:00:00:00:00:01"
                         : word == "<ipv6>"    ? "2001:db8::1"
+                        : word == "<source>"  ? "2001:db8::1"
                         : word == "<id-ipv4>" ? "10.0.0.1"
                         : word == "<id-ipv6>" ? "2001:db8::1"
                         : word == "<seconds>" ? "5"

@@ -96,6 +96,36 @@ TEST(ShellValues, Ipv6Addresses) {
     }
 }
 
+TEST(ShellValues, AddressesThatMayBeSources) {
+    const std::pair<const char *, const char *> refused[] = {
+        {"::", "it is the unspecified address, which names no host"},
+        {"0:0:0:0:0:0:0.0.0.0", "it is the unspecified address, which names no host"},
+        {"::1", "it is the loopback address, which never leaves a host"},
+        {"ff00::", "it is a multicast address, which names receivers and no sender"},
+        {"ff02::1", "it is a multicast address, which names receivers and no sender"},
+        {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", "it is a multicast address, which names receivers and no sender"},
+        {"::ffff:0:0", "it is an IPv4-mapped address, which no packet carries"},
+        {"::ffff:10.0.0.1", "it is an IPv4-mapped address, which no packet carries"},
+        {"::ffff:ffff:ffff", "it is an IPv4-mapped address, which no packet carries"},
+    };
+    Ipv6Address address = {1};
+    std::string error;
+    for (const auto &[word, why] : refused) {
+        EXPECT_FALSE(valueReadSource(word, &address, &error)) << word;
+        EXPECT_EQ(error, "\"" + std::string(word) + "\" cannot be bound: " + why);
+        EXPECT_EQ(address, Ipv6Address{1}) << word;
+    }
+    for (const char *word :
+         {"2001:db8::1", "fe80::1", "::2", "::1:0:0:0", "::fffe:0:1", "::1:ffff:0:1", "feff::1", "::1.2.3.4"}) {
+        Ipv6Address same = {};
+        ASSERT_TRUE(valueReadSource(word, &address, &error)) << error;
+        ASSERT_TRUE(valueReadIpv6(word, &same, &error));
+        EXPECT_EQ(address, same) << word;
+    }
+    EXPECT_FALSE(valueReadSource("2001:db8::/64", &address, &error));
+    EXPECT_EQ(error, "\"2001:db8::/64\" is not an IPv6 address: it is written like 2001:db8::1, without a prefix length");
+}
+
 TEST(ShellValues, Ipv4Addresses) {
     Ipv4Address address = {};
     std::string error;
