@@ -43,6 +43,14 @@ CallEnd readPage(Connection *connection, uint32_t *position, std::vector<Binding
 
 } // namespace
 
+std::string bindingText(const Binding &binding) {
+    std::string text;
+    text += binding.mac != MacAddress{} ? "MAC " + textMac(binding.mac) : "any MAC";
+    text += binding.port != 0 ? ", port " + textPort(binding.port) : "";
+    text += binding.vlan != 0 ? ", VLAN " + std::to_string(binding.vlan) : "";
+    return text;
+}
+
 CallEnd bindingAll(Connection *connection, std::vector<Binding> *bindings, std::string *error) {
     CallEnd end = CallEnd::done;
     for (uint32_t position = 1; position != 0 && end == CallEnd::done;) {

@@ -18,6 +18,9 @@ struct Binding {
     uint32_t vlan;  // 0: any
 };
 
+// What an address is bound to: "MAC 02:00:00:00:00:05, port 0/1, VLAN 10", "any MAC, port 0/1".
+std::string bindingText(const Binding &binding);
+
 [[nodiscard]] CallEnd bindingAll(Connection *connection, std::vector<Binding> *bindings, std::string *error);
 
 // CallEnd::refused when the address is not bound.

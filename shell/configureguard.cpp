@@ -43,18 +43,9 @@ Outcome explainGuard(Session *session, uint32_t port, int32_t status) {
     return Outcome::refused;
 }
 
-// "MAC 02:00:00:00:00:05, port 0/1, VLAN 10"; what is any is left out.
-std::string boundTo(const Binding &binding) {
-    std::string text;
-    text += binding.mac != MacAddress{} ? "MAC " + textMac(binding.mac) : "any MAC";
-    text += binding.port != 0 ? ", port " + textPort(binding.port) : "";
-    text += binding.vlan != 0 ? ", VLAN " + std::to_string(binding.vlan) : "";
-    return text;
-}
-
 std::string standsInTheWay(const std::string &what, const Binding &binding) {
     const std::string address = textIpv6(binding.address, 128);
-    return what + " is bound already, " + address + " to " + boundTo(binding) + ": \"undo ipv6-source-guard bind ip " +
+    return what + " is bound already, " + address + " to " + bindingText(binding) + ": \"undo ipv6-source-guard bind ip " +
            address + "\" takes that back";
 }
 
@@ -125,6 +116,10 @@ Outcome actionBind(Session *session, const Arguments &arguments) {
     }
     if (end == CallEnd::done && result != 0) {
         return explainBind(session, binding);
+    }
+    if (end == CallEnd::done && binding.port == 0 && binding.vlan != 0) {
+        session->output = "The VLAN is kept, but it counts only together with a port: " + textIpv6(binding.address, 128) +
+                          " may pass in every VLAN.\n";
     }
     return binding.port != 0 ? actionPortEnd(session, end, binding.port, "") : actionEnd(session, end, "");
 }

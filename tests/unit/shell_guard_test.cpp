@@ -70,6 +70,9 @@ TEST_F(ShellGuard, EverySettingIsItsCall) {
          "0e00000004000000" + address + mac + port1 + any},
         {"ipv6-source-guard bind ip 2001:db8::5 mac 02:00:00:00:00:05 interface ethernet 0/1 vlan 10",
          "0e00000004000000" + address + mac + port1 + vlan10},
+        {"ipv6-source-guard bind ip 2001:db8::5 interface ethernet 0/1", "0e00000004000000" + address + noMac + port1 + any},
+        {"ipv6-source-guard bind ip 2001:db8::5 interface ethernet 0/1 vlan 10",
+         "0e00000004000000" + address + noMac + port1 + vlan10},
         {"undo ipv6-source-guard bind ip 2001:db8::5", "1000000001000000" + address},
         {"undo ipv6-source-guard bind all", "1100000000000000"},
         {"undo ipv6-source-guard vlan 1,3-5", "1700000003000000" + any + vlans + none},
@@ -95,8 +98,9 @@ TEST_F(ShellGuard, LinesBelongToTheirPlace) {
     EXPECT_EQ(sessionRun(&session, "undo ipv6-source-guard vlan 3"), Outcome::usage);
     EXPECT_EQ(session.error, "\"undo ipv6-source-guard vlan 3\" belongs to the top: say \"quit\" first");
     EXPECT_EQ(sessionRun(&session, "quit"), Outcome::done);
-    EXPECT_EQ(sessionRun(&session, "ipv6-source-guard bind ip 2001:db8::5 interface ethernet 0/1"), Outcome::usage);
-    EXPECT_EQ(session.error, "\"interface\" is not known behind \"ipv6-source-guard bind ip 2001:db8::5\": allowed is mac");
+    EXPECT_EQ(sessionRun(&session, "ipv6-source-guard bind ip 2001:db8::5 vlan 10 interface ethernet 0/1"), Outcome::usage);
+    EXPECT_EQ(session.error,
+              "nothing may stand behind \"ipv6-source-guard bind ip 2001:db8::5 vlan 10\", but there is \"interface\"");
     EXPECT_EQ(sessionRun(&session, "undo ipv6-source-guard vlan 5-3"), Outcome::usage);
     EXPECT_EQ(session.error, "\"5-3\" is not a list of VLANs: it is written like 1,3-5, and allowed are 1 to 4094");
     EXPECT_TRUE(fakeRequests(&daemon).empty());
@@ -123,6 +127,26 @@ TEST_F(ShellGuard, OpeningAPortThatTheSwitchDoesNotHave) {
               "The setting is kept, but this switch has no port 0/9: its ports are 0/1-0/2, 0/4.\n");
     EXPECT_EQ(show("ipv6-source-guard bind ip 2001:db8::5 mac 2:0:0:0:0:5 interface ethernet 0/3"),
               "The setting is kept, but this switch has no port 0/3: its ports are 0/1-0/2, 0/4.\n");
+}
+
+// Somebody who means one VLAN must hear that the address is open in all of them.
+TEST_F(ShellGuard, AVlanWithoutAPortIsKeptAndSaidNotToCount) {
+    const std::string said = "The VLAN is kept, but it counts only together with a port: 2001:db8::5 may pass in every VLAN.\n";
+    EXPECT_EQ(show("ipv6-source-guard bind ip 2001:db8::5 vlan 10"), said);
+    EXPECT_EQ(fakeHex(fakeRequests(&daemon).back()).substr(2 * HEADER), "0e00000004000000"
+                                                                        "100000000000000020010db8000000000000000000000005"
+                                                                        "06000000000000000000000000000000"
+                                                                        "04000000000000000000000000000000"
+                                                                        "04000000000000000a00000000000000");
+    EXPECT_EQ(show("ipv6-source-guard bind ip 2001:db8::5 mac 2:0:0:0:0:5 vlan 10"), said);
+    EXPECT_EQ(fakeHex(fakeRequests(&daemon).back()).substr(2 * HEADER), "0e00000004000000"
+                                                                        "100000000000000020010db8000000000000000000000005"
+                                                                        "06000000000000000200000000050000"
+                                                                        "04000000000000000000000000000000"
+                                                                        "04000000000000000a00000000000000");
+    daemon.answer = answering(DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_ADD, -1);
+    EXPECT_EQ(sessionRun(&session, "ipv6-source-guard bind ip 2001:db8::5 vlan 10"), Outcome::refused);
+    EXPECT_EQ(session.output, "");
 }
 
 TEST_F(ShellGuard, AConflictNamesTheBindingThatStandsInTheWay) {
