@@ -34,6 +34,10 @@ constexpr std::array COMMANDS = {
             actionInterfaceId},
     Command{PLACE_TOP, 0, "dhcpv6-snooping information interface-id user-defined <template>",
             "option 18 holds a text that is made for each message", actionInterfaceId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information interface-id escaped-string <escaped>",
+            "option 18 holds this text, written with escapes", actionInterfaceId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information interface-id escaped-user-defined <escaped-template>",
+            "option 18 holds a text that is made for each message, written with escapes", actionInterfaceId},
     Command{PLACE_TOP, 0, "undo dhcpv6-snooping information interface-id",
             "option 18 holds port number and host name (default)", actionInterfaceId},
     Command{PLACE_TOP, 0, "dhcpv6-snooping information remote-id ipv4-address <id-ipv4>",
@@ -43,6 +47,10 @@ constexpr std::array COMMANDS = {
     Command{PLACE_TOP, 0, "dhcpv6-snooping information remote-id string <string>", "option 37 holds this text", actionRemoteId},
     Command{PLACE_TOP, 0, "dhcpv6-snooping information remote-id user-defined <template>",
             "option 37 holds a text that is made for each message", actionRemoteId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information remote-id escaped-string <escaped>",
+            "option 37 holds this text, written with escapes", actionRemoteId},
+    Command{PLACE_TOP, 0, "dhcpv6-snooping information remote-id escaped-user-defined <escaped-template>",
+            "option 37 holds a text that is made for each message, written with escapes", actionRemoteId},
     Command{PLACE_TOP, 0, "undo dhcpv6-snooping information remote-id", "option 37 holds port number and host name (default)",
             actionRemoteId},
     Command{PLACE_ANY, PLACE_INTERFACE, "interface ethernet <port>", "configure a port", actionEnterInterface},
@@ -192,6 +200,14 @@ bool readTemplate(std::string_view word, Arguments *arguments, std::string *erro
     return informationReadTemplate(word, &arguments->id, error);
 }
 
+bool readEscapedString(std::string_view word, Arguments *arguments, std::string *error) {
+    return informationReadEscapedString(word, &arguments->id, error);
+}
+
+bool readEscapedTemplate(std::string_view word, Arguments *arguments, std::string *error) {
+    return informationReadEscapedTemplate(word, &arguments->id, error);
+}
+
 // Inside an element, those that start so; elsewhere all of them, to be read.
 void listElements(const Placeholder &placeholder, std::string_view partial, std::vector<Choice> *choices) {
     const std::string_view open = idTemplateOpenElement(partial);
@@ -230,6 +246,10 @@ bool readWord(std::string_view word, Arguments *arguments, std::string *) {
 
 constexpr const char *BLANKS_HINT = ": a text with blanks is put in double quotes";
 
+constexpr const char *ESCAPES_HELP =
+    "0 to 79 bytes; \\n is the end of a line, \\r a carriage return, \\t a tab, \\\\ a backslash, \\x22 a double quote, "
+    "\\xHH any other byte";
+
 constexpr std::array PLACEHOLDERS = {
     Placeholder{"<port>", "0/N", "a port, 0/1 to 0/28", readPort, nullptr, ""},
     Placeholder{"<vlan>", "1-4094", "a VLAN", readVlan, nullptr, ""},
@@ -244,6 +264,9 @@ constexpr std::array PLACEHOLDERS = {
     Placeholder{"<string>", "TEXT", "1 to 79 bytes, in double quotes when there are blanks", readString, nullptr, BLANKS_HINT},
     Placeholder{"<template>", "TEMPLATE", "text with elements like {hostname} in it, in double quotes when there are blanks",
                 readTemplate, listElements, BLANKS_HINT},
+    Placeholder{"<escaped>", "ESCAPED", ESCAPES_HELP, readEscapedString, nullptr, BLANKS_HINT},
+    Placeholder{"<escaped-template>", "ESCAPED-TEMPLATE", "a TEMPLATE in which \\ starts an escape as in ESCAPED",
+                readEscapedTemplate, listElements, BLANKS_HINT},
     Placeholder{"<seconds>", "1-3600", "seconds from one look to the next", readSeconds, nullptr, ""},
     Placeholder{"<file>", "FILE", "a file, in double quotes when there are blanks in its name", readFile, nullptr, BLANKS_HINT},
     Placeholder{COMMAND_REST.data(), "WORDS", "the first words of a command", readWord, nullptr, ""},

@@ -170,19 +170,12 @@ bool takeBrace(Reading *reading, size_t *at) {
     return true;
 }
 
-// What no template may be, wherever its elements stand.
-bool wholeIsGood(const Reading &reading) {
+bool lengthIsGood(const Reading &reading) {
     const std::string_view text = reading.text;
-    if (text.empty()) {
-        *reading.error = "the template is empty: it takes at least one character";
-        return false;
-    }
-    if (!valueCheckText("the template", text, reading.error)) {
-        return false;
-    }
+    const auto next = [text](size_t at) { return std::max<size_t>(printableLength(text.substr(at)), 1); };
     size_t fits = 0;
-    while (fits < text.size() && fits + printableLength(text.substr(fits)) <= TEXT_MAX) {
-        fits += printableLength(text.substr(fits));
+    while (fits < text.size() && fits + next(fits) <= TEXT_MAX) {
+        fits += next(fits);
     }
     if (fits < text.size()) {
         *reading.error = placeOf(reading, text.substr(fits)) + "is too much: the template has " + std::to_string(text.size()) +
@@ -197,8 +190,16 @@ bool wholeIsGood(const Reading &reading) {
 std::span<const IdElement> idElements() { return ELEMENTS; }
 
 bool idTemplateRead(std::string_view text, Dhcp6InfoIdTemplate *idTemplate, std::string *error) {
+    if (text.empty()) {
+        *error = "the template is empty: it takes at least one character";
+        return false;
+    }
+    return valueCheckText("the template", text, error) && idTemplateReadBytes(text, idTemplate, error);
+}
+
+bool idTemplateReadBytes(std::string_view text, Dhcp6InfoIdTemplate *idTemplate, std::string *error) {
     Reading reading = {.text = text, .record = {}, .elements = 0, .literal = {}, .literalAt = 0, .error = error};
-    if (!wholeIsGood(reading)) {
+    if (!lengthIsGood(reading)) {
         return false;
     }
     for (size_t at = 0; at < text.size();) {
@@ -213,6 +214,20 @@ bool idTemplateRead(std::string_view text, Dhcp6InfoIdTemplate *idTemplate, std:
     }
     std::ranges::copy(text, reading.record.text);
     *idTemplate = reading.record;
+    return true;
+}
+
+bool idTemplatesEqual(const Dhcp6InfoIdTemplate &a, const Dhcp6InfoIdTemplate &b) {
+    if (textField(a.text) != textField(b.text) || textField(a.literal[0]) != textField(b.literal[0])) {
+        return false;
+    }
+    for (uint32_t k = 1; k < DHCP6_INFO_ELEMENTS && (a.elementType[k] != 0 || b.elementType[k] != 0); k++) {
+        const bool sameVlan =
+            a.elementType[k] != DHCP6_INFO_VLAN_ADDRESS || textField(a.elementVlan[k]) == textField(b.elementVlan[k]);
+        if (a.elementType[k] != b.elementType[k] || !sameVlan || textField(a.literal[k]) != textField(b.literal[k])) {
+            return false;
+        }
+    }
     return true;
 }
 

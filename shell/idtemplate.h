@@ -24,8 +24,15 @@ struct IdElement {
 // In the order in which help lists them.
 std::span<const IdElement> idElements();
 
-// Fills the record, or leaves it alone and says in one sentence what is wrong and at which column.
+// Fills the record, or leaves it alone and says in one sentence what is wrong and at which column. A typed template has at
+// least one character, and printable ones only.
 [[nodiscard]] bool idTemplateRead(std::string_view text, Dhcp6InfoIdTemplate *idTemplate, std::string *error);
+
+// The same for any bytes but NUL, and for none at all.
+[[nodiscard]] bool idTemplateReadBytes(std::string_view bytes, Dhcp6InfoIdTemplate *idTemplate, std::string *error);
+
+// Whether both records mean the same to the daemon and have the same text. What it does not look at may differ.
+bool idTemplatesEqual(const Dhcp6InfoIdTemplate &a, const Dhcp6InfoIdTemplate &b);
 
 // The element that a template breaks off in, from its "{" on; "" when it breaks off outside.
 std::string_view idTemplateOpenElement(std::string_view text);

@@ -2,6 +2,7 @@
 
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
 #include "shell/actions.h"
+#include "shell/escapes.h"
 #include "shell/idtemplate.h"
 #include "shell/values.h"
 
@@ -11,6 +12,8 @@ constexpr uint32_t REMOTE_ID = 0; // how DH6S_FUNC_INFO_ID_SET tells the two apa
 constexpr uint32_t INTERFACE_ID = 1;
 
 constexpr size_t STRING_MAX = DHCP6_INFO_VALUE - 1;
+constexpr const char *STRING = "the string"; // as sentences call it
+constexpr const char *TEMPLATE = "the template";
 
 Outcome setOption(Session *session, uint32_t id, const char *number, bool undo) {
     uint32_t enable = undo ? 0 : 1;
@@ -28,6 +31,27 @@ Outcome setId(Session *session, uint32_t which, const InformationId &id) {
     return actionEnd(session, end,
                      std::string("the daemon refused this ") + (which == REMOTE_ID ? "remote-id" : "interface-id") +
                          ": \"show dhcpv6-snooping information\" says what it has now");
+}
+
+bool stringLengthIsGood(std::string_view string, size_t smallest, std::string *error) {
+    if (string.size() < smallest || string.size() > STRING_MAX) {
+        *error = "the string " + textQuoted(string) + " has " + std::to_string(string.size()) + " bytes: allowed are " +
+                 std::to_string(smallest) + " to " + std::to_string(STRING_MAX);
+        return false;
+    }
+    return true;
+}
+
+bool takeString(std::string_view string, InformationId *id) {
+    *id = {.type = DHCP6_INFO_STRING, .value = {string.begin(), string.end()}};
+    id->value.push_back(0);
+    return true;
+}
+
+bool takeTemplate(const Dhcp6InfoIdTemplate &record, InformationId *id) {
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&record);
+    *id = {.type = DHCP6_INFO_USER_DEFINED, .value = {bytes, bytes + sizeof record}};
+    return true;
 }
 
 } // namespace
@@ -51,27 +75,23 @@ bool informationReadIpv6(std::string_view word, InformationId *id, std::string *
 }
 
 bool informationReadString(std::string_view word, InformationId *id, std::string *error) {
-    if (word.empty() || word.size() > STRING_MAX) {
-        *error = "the string " + textQuoted(word) + " has " + std::to_string(word.size()) + " bytes: allowed are 1 to " +
-                 std::to_string(STRING_MAX);
-        return false;
-    }
-    if (!valueCheckText("the string", word, error)) {
-        return false;
-    }
-    *id = {.type = DHCP6_INFO_STRING, .value = {word.begin(), word.end()}};
-    id->value.push_back(0);
-    return true;
+    return stringLengthIsGood(word, 1, error) && valueCheckText(STRING, word, error) && takeString(word, id);
 }
 
 bool informationReadTemplate(std::string_view word, InformationId *id, std::string *error) {
     Dhcp6InfoIdTemplate record = {};
-    if (!idTemplateRead(word, &record, error)) {
-        return false;
-    }
-    const auto *bytes = reinterpret_cast<const uint8_t *>(&record);
-    *id = {.type = DHCP6_INFO_USER_DEFINED, .value = {bytes, bytes + sizeof record}};
-    return true;
+    return idTemplateRead(word, &record, error) && takeTemplate(record, id);
+}
+
+bool informationReadEscapedString(std::string_view word, InformationId *id, std::string *error) {
+    std::string bytes;
+    return escapesRead(STRING, word, &bytes, error) && stringLengthIsGood(bytes, 0, error) && takeString(bytes, id);
+}
+
+bool informationReadEscapedTemplate(std::string_view word, InformationId *id, std::string *error) {
+    std::string bytes;
+    Dhcp6InfoIdTemplate record = {};
+    return escapesRead(TEMPLATE, word, &bytes, error) && idTemplateReadBytes(bytes, &record, error) && takeTemplate(record, id);
 }
 
 Outcome actionOption18(Session *session, const Arguments &arguments) {

@@ -18,3 +18,6 @@ struct InformationId {
 [[nodiscard]] bool informationReadIpv6(std::string_view word, InformationId *id, std::string *error);
 [[nodiscard]] bool informationReadString(std::string_view word, InformationId *id, std::string *error);
 [[nodiscard]] bool informationReadTemplate(std::string_view word, InformationId *id, std::string *error);
+// The same for texts with escapes (escapes.h), which may also be empty.
+[[nodiscard]] bool informationReadEscapedString(std::string_view word, InformationId *id, std::string *error);
+[[nodiscard]] bool informationReadEscapedTemplate(std::string_view word, InformationId *id, std::string *error);

@@ -33,8 +33,8 @@ using VlanList = std::array<uint8_t, VLAN_LIST_SIZE>;
 // An IPv6 address that a packet on a link may come from. Refuses the unspecified and the loopback address, multicast and
 // IPv4-mapped addresses.
 [[nodiscard]] bool valueReadSource(std::string_view word, Ipv6Address *address, std::string *error);
-// Texts that the daemon keeps are printed between double quotes, without any escape, to be read again: only printable
-// characters, and no double quotes. `what` is how the sentence calls the text: "the string".
+// A text that is read again as it is printed, between double quotes and without any escape: only printable characters, and
+// no double quotes. `what` is how the sentence calls the text: "the string".
 [[nodiscard]] bool valueCheckText(const char *what, std::string_view text, std::string *error);
 
 std::string textPort(uint32_t port); // "0/3"

@@ -99,7 +99,7 @@ TEST_F(ShellInformation, WrongLines) {
     const std::string head = "dhcpv6-snooping information ";
     expectUsage(head + "option 19", "\"19\" is not known behind \"dhcpv6-snooping information option\": allowed are 18 and 37");
     expectUsage(head + "remote-id", "the line is not complete: \"dhcpv6-snooping information remote-id\" wants ipv4-address, "
-                                    "ipv6-address, string or user-defined behind it");
+                                    "ipv6-address, string, user-defined, escaped-string or escaped-user-defined behind it");
     expectUsage(head + "remote-id string", "the line is not complete: \"dhcpv6-snooping information remote-id string\" wants "
                                            "TEXT behind it");
     expectUsage(head + "remote-id ipv4-address 10.0.0",

@@ -285,6 +285,9 @@ TEST(ShellCompletion, ElementsOfATemplate) {
     EXPECT_EQ(interactiveCompletion(session, line + "\"{port}\""), "");
     EXPECT_EQ(interactiveCompletion(session, line + "\"{port}\"{ho"), "");
     EXPECT_EQ(interactiveCompletion(session, "dh inf int string \"{ho"), "");
+    EXPECT_EQ(interactiveCompletion(session, "dh inf int escaped-u \"\\n{ho"), "stname}");
+    EXPECT_EQ(interactiveCompletion(session, "dh inf int escaped-string \"\\n{ho"), "");
+    EXPECT_EQ(interactiveCompletion(session, "dh inf int e"), "scaped-");
     EXPECT_EQ(interactiveCompletion(session, "\"sh"), "ow ") << "a quoted word is a word";
 }
 

@@ -150,6 +150,26 @@ TEST_F(ShellTerminal, HistoryIsKept) {
     EXPECT_EQ(terminalEnd(&second), 0) << second.seen;
 }
 
+// Backslashes are text to the editor and to its history file.
+TEST_F(ShellTerminal, EscapesComeBackFromTheHistory) {
+    const std::string line = R"(dh inf rem escaped-string "\\n\x22\xff\x41 \r")";
+    Terminal first = terminalStart(daemon);
+    ASSERT_TRUE(terminalExpect(&first, "snoopd6> ")) << first.seen;
+    terminalType(first, line + "\rquit\r");
+    ASSERT_EQ(terminalEnd(&first), 0) << first.seen;
+    Terminal second = terminalStart(daemon);
+    ASSERT_TRUE(terminalExpect(&second, "snoopd6> ")) << second.seen;
+    terminalType(second, "\x1b[A\x1b[A\r");
+    ASSERT_TRUE(terminalExpect(&second, "snoopd6> ")) << second.seen;
+    terminalType(second, "quit\r");
+    EXPECT_EQ(terminalEnd(&second), 0) << second.seen;
+    const std::vector<Bytes> requests = fakeRequests(&daemon);
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(fakeHex(requests[0]).substr(2 * 64), "0800000000000000"
+                                                   "5c6e22ff41200d00");
+    EXPECT_EQ(fakeHex(requests[1]).substr(16), fakeHex(requests[0]).substr(16)) << "all but the number of the request";
+}
+
 TEST_F(ShellTerminal, HistoryOfRubbishAndWithoutAPlace) {
     std::filesystem::create_directories(daemon.folder + "/state/snoopctl");
     std::ofstream(daemon.folder + "/state/snoopctl/history", std::ios::binary) << std::string(3000, '\xff') + "\n\0\n\\x";
