@@ -226,6 +226,6 @@ std::string reportJson(const Report &report) {
     if (report.linesKey != nullptr) {
         object[report.linesKey] = report.lines;
     }
-    // Names come from outside and need not be UTF-8.
-    return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
+    // Names come from outside: they need not be UTF-8, and may have characters that steer a terminal.
+    return object.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + '\n';
 }

@@ -89,4 +89,4 @@ void reportLines(Report *report, const char *key, std::vector<std::string> lines
 std::string reportValueText(const Value &value);
 
 std::string reportText(const Report &report);
-std::string reportJson(const Report &report); // one object, UTF-8, ends with a newline
+std::string reportJson(const Report &report); // one object in ASCII, ends with a newline

@@ -51,6 +51,25 @@ TEST(ShellReport, HostileTextStaysText) {
     EXPECT_EQ(nlohmann::json::parse(reportJson(report))["name"], "\x1b[31m\xef\xbf\xbd\"");
 }
 
+// Some terminals take orders from U+009B as from ESC [, and turn the line round at U+202E.
+TEST(ShellReport, JsonIsAscii) {
+    const std::string text = "\xc3\xbc\xc2\x9b"
+                             "31m\x7f\xe2\x80\xae\xf3\xa0\x80\x81\xf0\x9f\x90\x9f";
+    Report report;
+    reportFact(&report, "name", "Name", valueText(text));
+    reportTable(&report, "rows", "Nothing.", {{"cell", "CELL"}});
+    reportRow(&report, {valueText(text)});
+    reportLines(&report, "lines", {text});
+    const std::string json = reportJson(report);
+    for (const char c : json) {
+        EXPECT_TRUE(c == '\n' || (c >= ' ' && c < 0x7f)) << json;
+    }
+    const nlohmann::json parsed = nlohmann::json::parse(json);
+    EXPECT_EQ(parsed["name"], text);
+    EXPECT_EQ(parsed["rows"][0]["cell"], text);
+    EXPECT_EQ(parsed["lines"][0], text);
+}
+
 TEST(ShellReport, PortsAreRunsForPeopleAndSingleForPrograms) {
     Report report;
     reportFact(&report, "ports", "Ports", valuePorts({1, 2, 4}));
