@@ -2,7 +2,7 @@
 // The source guard's configured bindings as the shell reads them: page by page, newest first.
 //
 // Pages must go forward by what they hold, so that no peer can keep the shell reading for ever. Positions have 16 bits: of a
-// longer list the newest 65535 are read.
+// longer list only about the newest BINDINGS_LISTED_MAX are read.
 
 #include <cstdint>
 #include <string>
@@ -10,6 +10,8 @@
 
 #include "shell/remotecall.h"
 #include "shell/values.h"
+
+inline constexpr uint32_t BINDINGS_LISTED_MAX = 65535;
 
 struct Binding {
     Ipv6Address address;

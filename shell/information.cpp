@@ -94,6 +94,23 @@ bool informationReadEscapedTemplate(std::string_view word, InformationId *id, st
     return escapesRead(TEMPLATE, word, &bytes, error) && idTemplateReadBytes(bytes, &record, error) && takeTemplate(record, id);
 }
 
+CallEnd informationRead(Connection *connection, InformationSettings *settings, std::string *error) {
+    Dhcp6InfoOptionPolicy policy = {};
+    Dhcp6InfoIdTemplate interfaceId = {};
+    Dhcp6InfoIdTemplate remoteId = {};
+    const CallEnd end = callRun(connection, DH6S_FUNC_INFO_GET,
+                                {callArgument(&policy, sizeof policy), callArgument(&interfaceId, sizeof interfaceId),
+                                 callArgument(&remoteId, sizeof remoteId)},
+                                error);
+    // The pointers are the daemon's own: here they only say whether it holds a template.
+    *settings = {.strategy = policy.strategy,
+                 .interfaceId = {policy.option18Enable, policy.interfaceIdType, std::to_array(policy.interfaceIdValue),
+                                 policy.interfaceIdTemplate != nullptr, interfaceId},
+                 .remoteId = {policy.option37Enable, policy.remoteIdType, std::to_array(policy.remoteIdValue),
+                              policy.remoteIdTemplate != nullptr, remoteId}};
+    return end;
+}
+
 Outcome actionOption18(Session *session, const Arguments &arguments) {
     return setOption(session, DH6S_FUNC_INFO_OPTION18_ENALBE, "18", arguments.undo);
 }

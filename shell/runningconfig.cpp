@@ -1,11 +1,14 @@
 #include "shell/runningconfig.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace {
 
-constexpr std::string_view BINDING = "ipv6-source-guard bind ";
+constexpr std::string_view L2_RELAY = "dhcpv6-snooping l2-relay";
+constexpr std::array<std::string_view, 3> TAIL = {"dhcpv6-snooping information ", "undo ipv6-source-guard vlan ",
+                                                  "ipv6-source-guard bind "}; // how lines after the head start
 
 // LINUX_RESULT_*, or a sentence for an answer that is none.
 CallEnd readPage(Connection *connection, LinuxConfigAsk *ask, std::string *text, int32_t *result, std::string *error) {
@@ -30,26 +33,12 @@ CallEnd readPage(Connection *connection, LinuxConfigAsk *ask, std::string *text,
     return CallEnd::done;
 }
 
-CallEnd readText(Connection *connection, std::string *text, std::string *error) {
-    for (uint32_t attempt = 0; attempt < CONFIG_ATTEMPTS; attempt++) {
-        LinuxConfigAsk ask = {.offset = 0, .generation = 0};
-        int32_t result = LINUX_RESULT_OK;
-        text->clear();
-        do {
-            if (readPage(connection, &ask, text, &result, error) != CallEnd::done) {
-                return CallEnd::unavailable;
-            }
-        } while (result == LINUX_RESULT_OK && ask.offset != 0);
-        if (result == LINUX_RESULT_OK) {
-            return CallEnd::done;
-        }
-    }
-    *error = "the running configuration changed at each of " + std::to_string(CONFIG_ATTEMPTS) +
-             " attempts to read it: try again when nobody else configures";
-    return CallEnd::unavailable;
-}
-
 } // namespace
+
+std::string runningConfigUnsteady() {
+    return "the running configuration changed at each of " + std::to_string(CONFIG_ATTEMPTS) +
+           " attempts to read it: try again when nobody else configures";
+}
 
 bool runningConfigPageTake(std::span<const uint8_t> payload, LinuxConfigAsk *ask, std::string *text) {
     LinuxConfigHead head = {};
@@ -71,31 +60,51 @@ bool runningConfigPageTake(std::span<const uint8_t> payload, LinuxConfigAsk *ask
     return true;
 }
 
-CallEnd runningConfigRead(Connection *connection, std::vector<std::string> *lines, std::string *error) {
-    std::string text;
-    const CallEnd end = readText(connection, &text, error);
-    lines->clear();
-    for (size_t at = 0; end == CallEnd::done && at < text.size();) {
-        const size_t stop = std::min(text.find('\n', at), text.size());
-        std::string line = text.substr(at, stop - at);
-        if (line.ends_with('\r')) {
-            line.pop_back();
+CallEnd runningConfigRead(Connection *connection, std::string *text, std::string *error) {
+    for (uint32_t attempt = 0; attempt < CONFIG_ATTEMPTS; attempt++) {
+        LinuxConfigAsk ask = {.offset = 0, .generation = 0};
+        int32_t result = LINUX_RESULT_OK;
+        text->clear();
+        do {
+            if (readPage(connection, &ask, text, &result, error) != CallEnd::done) {
+                return CallEnd::unavailable;
+            }
+        } while (result == LINUX_RESULT_OK && ask.offset != 0);
+        if (result == LINUX_RESULT_OK) {
+            return CallEnd::done;
         }
-        lines->push_back(std::move(line));
-        at = stop + 1;
     }
-    return end;
+    *error = runningConfigUnsteady();
+    return CallEnd::unavailable;
 }
 
-bool runningConfigHas(const std::vector<std::string> &lines, std::string_view line) {
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-std::vector<std::string> runningConfigForReplay(std::vector<std::string> lines) {
-    auto first = lines.end();
-    while (first != lines.begin() && std::prev(first)->starts_with(BINDING)) {
-        first--;
+std::vector<std::string> runningConfigLines(std::string_view text) {
+    std::vector<std::string> lines;
+    while (!text.empty()) {
+        std::string_view line = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+        line.remove_suffix(line.ends_with('\r') ? 1 : 0);
+        lines.emplace_back(line);
     }
-    std::reverse(first, lines.end());
     return lines;
+}
+
+std::string_view runningConfigHead(std::string_view text) {
+    size_t at = 0;
+    while (at < text.size()) {
+        const std::string_view rest = text.substr(at);
+        if (std::any_of(TAIL.begin(), TAIL.end(), [rest](std::string_view start) { return rest.starts_with(start); })) {
+            break;
+        }
+        at += std::min(rest.find('\n'), rest.size() - 1) + 1;
+    }
+    return text.substr(0, at);
+}
+
+CallEnd runningConfigL2Relay(Connection *connection, bool *on, std::string *error) {
+    std::string text;
+    const CallEnd end = runningConfigRead(connection, &text, error);
+    const std::vector<std::string> lines = runningConfigLines(runningConfigHead(text));
+    *on = std::find(lines.begin(), lines.end(), L2_RELAY) != lines.end();
+    return end;
 }

@@ -1,5 +1,8 @@
 #pragma once
-// The daemon's running configuration as the shell reads it: the lines that make a daemon as it starts into the one that runs.
+// The daemon's running configuration as it prints it: the lines that make a daemon as it starts into the one that runs.
+//
+// Strings and templates are printed as they are, and may look like any lines. exactconfig.h makes lines of this text that can
+// be trusted.
 //
 // The text comes in pages. When the configuration changes between two of them, the daemon says so and the reading begins
 // again, CONFIG_ATTEMPTS times at most. Pages must follow each other without a gap, belong to one text and stay within
@@ -17,17 +20,21 @@
 inline constexpr uint32_t CONFIG_MAX = 1u << 24; // bytes of the whole text
 inline constexpr uint32_t CONFIG_ATTEMPTS = 16;
 
-inline constexpr std::string_view CONFIG_L2_RELAY = "dhcpv6-snooping l2-relay"; // no remote call tells this switch
+// The sentence for a configuration that changed at each of these attempts.
+std::string runningConfigUnsteady();
 
 // Takes one page, which was asked for with `ask`: appends its text and moves `ask` to the next one (offset 0 = no more). False
 // when the payload is not such a page.
 [[nodiscard]] bool runningConfigPageTake(std::span<const uint8_t> payload, LinuxConfigAsk *ask, std::string *text);
 
-// The lines without their ends.
-[[nodiscard]] CallEnd runningConfigRead(Connection *connection, std::vector<std::string> *lines, std::string *error);
+[[nodiscard]] CallEnd runningConfigRead(Connection *connection, std::string *text, std::string *error);
 
-[[nodiscard]] bool runningConfigHas(const std::vector<std::string> &lines, std::string_view line);
+// The lines of a text without their ends.
+std::vector<std::string> runningConfigLines(std::string_view text);
 
-// The lines in the order in which a replay leaves the same running configuration behind. The daemon lists bindings newest
-// first: they are turned round.
-std::vector<std::string> runningConfigForReplay(std::vector<std::string> lines);
+// The part of the text with switches, ports and VLANs, which no other manager's strings are in: the daemon prints options 18
+// and 37, exempt VLANs and bindings after it.
+std::string_view runningConfigHead(std::string_view text);
+
+// Whether l2-relay is on, which no remote call tells.
+[[nodiscard]] CallEnd runningConfigL2Relay(Connection *connection, bool *on, std::string *error);

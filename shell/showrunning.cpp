@@ -1,13 +1,13 @@
 #include "shell/actions.h"
-#include "shell/runningconfig.h"
+#include "shell/exactconfig.h"
 
 Outcome actionShowRunning(Session *session, const Arguments &) {
-    std::vector<std::string> lines;
-    const CallEnd end = runningConfigRead(&session->connection, &lines, &session->error);
+    ExactConfig config;
+    const CallEnd end = exactConfigRead(&session->connection, &config, &session->error);
     if (end != CallEnd::done) {
         return actionEnd(session, end, "");
     }
     Report report;
-    reportLines(&report, "lines", std::move(lines));
+    reportLines(&report, "lines", exactConfigShown(config));
     return actionShow(session, report);
 }

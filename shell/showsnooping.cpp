@@ -41,14 +41,14 @@ Outcome actionShowSnooping(Session *session, const Arguments &) {
     Dhcp6SnoopingGlobalInfo global = {};
     LinuxSwitchStatus platform = {};
     std::vector<PortLine> ports;
-    std::vector<std::string> running;
+    bool relay = false;
     uint32_t debug = 0;
     CallEnd end =
         callRun(&session->connection, DH6S_FUNC_GLOBAL_INFO_GET, {callArgument(&global, sizeof global)}, &session->error);
     end = end == CallEnd::done ? statusSwitch(&session->connection, &platform, &session->error) : end;
     end = end == CallEnd::done ? readPorts(session, &ports) : end;
     end = end == CallEnd::done ? statusDebug(&session->connection, 2, &debug, &session->error) : end;
-    end = end == CallEnd::done ? runningConfigRead(&session->connection, &running, &session->error) : end;
+    end = end == CallEnd::done ? runningConfigL2Relay(&session->connection, &relay, &session->error) : end;
     if (end != CallEnd::done) {
         return actionEnd(session, end, "the daemon refused to tell its settings");
     }
@@ -63,7 +63,7 @@ Outcome actionShowSnooping(Session *session, const Arguments &) {
     Report report;
     reportFact(&report, "snooping", "DHCPv6 snooping", valueOnOff(global.enabled != 0));
     reportFact(&report, "fast_remove", "Fast remove on link down", valueOnOff(global.fastRemove != 0));
-    reportFact(&report, "l2_relay", "Layer 2 relay agent", valueOnOff(runningConfigHas(running, CONFIG_L2_RELAY)));
+    reportFact(&report, "l2_relay", "Layer 2 relay agent", valueOnOff(relay));
     reportFact(&report, "trusted_ports", "Trusted ports", valuePorts(trusted));
     reportFact(&report, "clients", "Clients", valueNumber(clients));
     reportFact(&report, "clients_max", "Room for clients", valueNumber(DHCP6SNOOPING_LIMIT_MAX));

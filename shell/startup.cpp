@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "shell/actions.h"
+#include "shell/exactconfig.h"
 #include "shell/replay.h"
-#include "shell/runningconfig.h"
 #include "shell/savefile.h"
 #include "shell/status.h"
 
@@ -26,6 +26,12 @@ CallEnd startupPath(Session *session, std::string *path) {
     return end;
 }
 
+std::string missingText(const ExactConfig &config) {
+    const size_t others = config.missing.size() - 1;
+    return "nothing was saved: " + config.missing.front() +
+           (others > 0 ? "; \"show running-config\" names " + std::to_string(others) + " more" : "");
+}
+
 } // namespace
 
 Outcome actionSave(Session *session, const Arguments &arguments) {
@@ -34,13 +40,16 @@ Outcome actionSave(Session *session, const Arguments &arguments) {
     if (end == CallEnd::refused) {
         return Outcome::refused;
     }
-    std::vector<std::string> lines;
-    end = end == CallEnd::done ? runningConfigRead(&session->connection, &lines, &session->error) : end;
+    ExactConfig config;
+    end = end == CallEnd::done ? exactConfigRead(&session->connection, &config, &session->error) : end;
     if (end != CallEnd::done) {
         return actionEnd(session, end, "");
     }
+    if (!config.missing.empty()) {
+        return actionEnd(session, CallEnd::refused, missingText(config));
+    }
     std::string text;
-    for (const std::string &line : runningConfigForReplay(std::move(lines))) {
+    for (const std::string &line : exactConfigForReplay(config)) {
         text += line + '\n';
     }
     if (!saveFile(path, text, &session->error)) {

@@ -2,7 +2,10 @@
 find_package(GTest REQUIRED)
 add_executable(shell_test
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_commands_test.cpp
+  ${PROJECT_SOURCE_DIR}/tests/unit/shell_configmodel.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_escapes_test.cpp
+  ${PROJECT_SOURCE_DIR}/tests/unit/shell_exact_test.cpp
+  ${PROJECT_SOURCE_DIR}/tests/unit/shell_exactlines_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_fake.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_files_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/unit/shell_guard_test.cpp

@@ -17,6 +17,7 @@
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
 #include "platform/libvos.h"
 #include "platform/linux/protocol.h"
+#include "shell/idtemplate.h"
 
 namespace {
 
@@ -61,6 +62,20 @@ Bytes nextClient(const Bytes &request) {
     return reply;
 }
 
+void appendRecord(Bytes *out, const void *record, size_t size) {
+    const auto *bytes = static_cast<const uint8_t *>(record);
+    out->insert(out->end(), bytes, bytes + size);
+}
+
+Bytes fakeTemplate(std::string_view text) {
+    Dhcp6InfoIdTemplate record = {};
+    std::string error;
+    EXPECT_TRUE(idTemplateReadBytes(text, &record, &error)) << error;
+    Bytes bytes;
+    appendRecord(&bytes, &record, sizeof record);
+    return bytes;
+}
+
 // A template that is not held leaves its argument alone.
 Bytes informationPolicy(const Bytes &request) {
     constexpr std::string_view string = "two words";
@@ -74,7 +89,7 @@ Bytes informationPolicy(const Bytes &request) {
     policy[offsetof(Dhcp6InfoOptionPolicy, interfaceIdTemplate) + 1] = 0x12;
     Bytes reply = fakeEcho(request, 0);
     fakePutArgument(&reply, 0, policy);
-    fakePutArgument(&reply, 1, Bytes(text.begin(), text.end()));
+    fakePutArgument(&reply, 1, fakeTemplate(text));
     return reply;
 }
 
@@ -105,11 +120,6 @@ Bytes answerCall(const Bytes &request) {
     default: break;
     }
     return reply;
-}
-
-void appendRecord(Bytes *out, const void *record, size_t size) {
-    const auto *bytes = static_cast<const uint8_t *>(record);
-    out->insert(out->end(), bytes, bytes + size);
 }
 
 Bytes page(uint32_t table, uint32_t next, uint32_t count, const Bytes &records) {
@@ -266,7 +276,7 @@ Bytes fakeBindings(const Bytes &request, const std::vector<Ip6SourceGuardBindNod
     for (size_t i = first; i < last; i++) {
         appendRecord(&records, &bindings[i], sizeof bindings[i]);
     }
-    const auto next = static_cast<uint16_t>(last < bindings.size() ? last + 1 : 0);
+    const auto next = static_cast<uint16_t>(last < bindings.size() && last < UINT16_MAX ? last + 1 : 0);
     const auto count = static_cast<uint16_t>(last - first);
     fakePutArgument(&reply, 1, {static_cast<uint8_t>(next), static_cast<uint8_t>(next >> 8)});
     fakePutArgument(&reply, 2, {static_cast<uint8_t>(count), static_cast<uint8_t>(count >> 8)});
@@ -296,6 +306,25 @@ Bytes fakeSwitch(const Bytes &request) {
         return fakeReply(request, 0, fakeWords({fakeWord(request, HEADER), set == 2 ? 1 : set}));
     }
     default: return fakeReply(request, LINUX_RESULT_UNKNOWN, {});
+    }
+}
+
+Bytes fakeConfigured(const Bytes &request, const FakeConfig &config) {
+    if (fakeWord(request, 0) == (0x00010000u | LINUX_MSG_RUNNING_CONFIG)) {
+        const auto total = static_cast<uint32_t>(config.text.size());
+        Bytes page = fakeWords({total, 0, 1, total});
+        page.insert(page.end(), config.text.begin(), config.text.end());
+        return fakeReply(request, 0, page);
+    }
+    const uint32_t call = fakeWord(request, 0) == 0x00010001 ? fakeWord(request, HEADER) : 0xffffffffu;
+    Bytes reply = fakeEcho(request, 0);
+    Bytes policy;
+    appendRecord(&policy, &config.policy, sizeof config.policy);
+    switch (call) {
+    case DH6S_FUNC_INFO_GET: fakePutArgument(&reply, 0, policy); return reply;
+    case DH6S_FUNC_IP6_SOURCE_GUARD_VLANLIST_GET: fakePutArgument(&reply, 0, config.exempt); return reply;
+    case DH6S_FUNC_IP6_SOURCE_GUARD_BIND_NODE_GET: return fakeBindings(request, config.bindings);
+    default: return fakeSwitch(request);
     }
 }
 

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "l2/dhcp6snooping/infoopt/policy.h"
 #include "l2/dhcp6snooping/sourceguard/bindings.h"
 #include "shell/session.h"
 
@@ -62,6 +63,18 @@ std::vector<Bytes> fakeRequests(FakeDaemon *daemon);
 
 // The small switch. Settings are answered with success.
 Bytes fakeSwitch(const Bytes &request);
+
+// What a switch prints as its running configuration, and what it answers when it is asked for the same. It starts with nothing
+// configured.
+struct FakeConfig {
+    std::string text = {};
+    Dhcp6InfoOptionPolicy policy = {DHCP6_INFO_REPLACE, 0, DHCP6_INFO_DEFAULT, {}, nullptr, 0, DHCP6_INFO_DEFAULT, {}, nullptr};
+    Bytes exempt = {}; // start of the VLAN list
+    std::vector<Ip6SourceGuardBindNode> bindings = {};
+};
+
+// The small switch, configured otherwise.
+Bytes fakeConfigured(const Bytes &request, const FakeConfig &config);
 
 // An answer with the request's type and identifier.
 Bytes fakeReply(const Bytes &request, int32_t result, const Bytes &payload);

@@ -59,6 +59,45 @@ TEST_F(ShellFiles, SavedBindingsAreTurnedRound) {
     EXPECT_EQ(namesIn(folder), std::vector<std::string>{"x.conf"});
 }
 
+TEST_F(ShellFiles, BindingsKeepTheirPorts) {
+    FakeConfig config;
+    config.text = "ipv6-source-guard bind ip 2001:db8::4\r\nipv6-source-guard bind ip 2001:db8::3\r\n"
+                  "ipv6-source-guard bind ip 2001:db8::2 mac 02:00:00:00:00:02\r\n"
+                  "ipv6-source-guard bind ip 2001:db8::1 mac 02:00:00:00:00:01 interface ethernet  vlan 5\r\n";
+    config.bindings = {fakeBinding(4, 0, 1, 10), fakeBinding(3, 0, 2, 0), fakeBinding(2, 2, 0, 7), fakeBinding(1, 1, 28, 5)};
+    daemon.answer = [config](const Bytes &request) { return fakeConfigured(request, config); };
+    ASSERT_EQ(run("save " + name("x.conf")), Outcome::done) << session.error;
+    EXPECT_EQ(contentOf(name("x.conf")),
+              "ipv6-source-guard bind ip 2001:db8::1 mac 02:00:00:00:00:01 interface ethernet 0/28 vlan 5\n"
+              "ipv6-source-guard bind ip 2001:db8::2 mac 02:00:00:00:00:02 vlan 7\n"
+              "ipv6-source-guard bind ip 2001:db8::3 interface ethernet 0/2\n"
+              "ipv6-source-guard bind ip 2001:db8::4 interface ethernet 0/1 vlan 10\n");
+    ASSERT_EQ(run("show running-config"), Outcome::done);
+    EXPECT_TRUE(session.output.starts_with("ipv6-source-guard bind ip 2001:db8::4 interface ethernet 0/1 vlan 10\n"));
+}
+
+TEST_F(ShellFiles, WhatNoLineMakesIsNamedAndTheFormerFileStays) {
+    std::ofstream(name("x.conf")) << "old";
+    FakeConfig config;
+    config.text = "dhcpv6-snooping\r\nipv6-source-guard bind ip 2001:db8::4\r\nipv6-source-guard bind ip 2001:db8::5\r\n";
+    config.bindings = {fakeBinding(4, 0, 29, 0), fakeBinding(5, 0, 0, 0)};
+    daemon.answer = [&config](const Bytes &request) { return fakeConfigured(request, config); };
+    const std::string first = "the binding of 2001:db8::4 to any MAC, port 0/29 has no line, because \"0/29\" is not a port: "
+                              "allowed are 0/1 to 0/28; "
+                              "\"undo ipv6-source-guard bind ip 2001:db8::4\" takes it back";
+    EXPECT_EQ(run("save " + name("x.conf")), Outcome::refused);
+    EXPECT_EQ(session.error, "nothing was saved: " + first);
+    EXPECT_EQ(session.output, "");
+    EXPECT_EQ(contentOf(name("x.conf")), "old");
+    EXPECT_EQ(run("save " + name("new.conf")), Outcome::refused);
+    EXPECT_EQ(namesIn(folder), std::vector<std::string>{"x.conf"});
+    ASSERT_EQ(run("show running-config"), Outcome::done);
+    EXPECT_EQ(session.output, "dhcpv6-snooping\n! " + first + "\nipv6-source-guard bind ip 2001:db8::5\n");
+    config.bindings[1].vlan = 5000;
+    EXPECT_EQ(run("save " + name("x.conf")), Outcome::refused);
+    EXPECT_EQ(session.error, "nothing was saved: " + first + "; \"show running-config\" names 1 more");
+}
+
 TEST_F(ShellFiles, TheStartupFileIsTheDaemons) {
     daemon.answer = [this](const Bytes &request) {
         if (fakeWord(request, 0) != (0x00010000u | LINUX_MSG_STATUS)) {

@@ -32,7 +32,7 @@ TEST_F(ShellRunning, IsShownWithPlainLineEnds) {
     EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::done) << session.error;
     EXPECT_EQ(session.output, plainConfig());
     const std::vector<Bytes> requests = fakeRequests(&daemon);
-    ASSERT_EQ(requests.size(), 2u);
+    ASSERT_EQ(requests.size(), 5u);                                  // two pages; options 18 and 37, exempt VLANs, bindings
     EXPECT_EQ(fakeHex(std::span(requests[0]).first(4)), "01800100"); // type and version
     EXPECT_EQ(fakeHex(std::span(requests[0]).subspan(HEADER)), "0000000000000000");
     EXPECT_EQ(fakeHex(std::span(requests[1]).subspan(HEADER)), "6400000009000000");
@@ -47,25 +47,60 @@ TEST_F(ShellRunning, IsShownWithPlainLineEnds) {
 }
 
 TEST_F(ShellRunning, OfADaemonAsItStartsIsEmpty) {
-    start([](const Bytes &request) { return fakeReply(request, 0, fakeWords({0, 0, 1, 0})); });
-    EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::done);
+    start([](const Bytes &request) { return fakeConfigured(request, {}); });
+    EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::done) << session.error;
     EXPECT_EQ(session.output, "");
     session.json = true;
     EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::done);
     EXPECT_EQ(nlohmann::json::parse(session.output), nlohmann::json::parse(R"({"lines": []})"));
 }
 
-// What another manager put into a string must not reach the terminal.
-TEST_F(ShellRunning, NothingUnprintableIsShown) {
-    start([](const Bytes &request) { return fakeReply(request, 0, page({5, 0, 1, 5}, "a\x1b\r\r\n")); });
-    EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::done);
-    EXPECT_EQ(session.output, "a\\x1b\\x0d\n");
+// What another manager put into a string is a string, and does not reach the terminal.
+FakeConfig forged() {
+    constexpr std::string_view string = "\x1b[2J\"\r\ndhcpv6-snooping l2-relay\r\nundo ipv6-source-guard vlan 1-4094\r\n!";
+    FakeConfig config;
+    config.policy.interfaceIdType = DHCP6_INFO_STRING;
+    std::copy(string.begin(), string.end(), config.policy.interfaceIdValue);
+    config.text = "!!!DHCPv6 snooping\r\ndhcpv6-snooping\r\ndhcpv6-snooping information interface-id string \"" +
+                  std::string(string) + "\"\r\n";
+    return config;
+}
+
+TEST_F(ShellRunning, AForgedStringIsOneLine) {
+    start([](const Bytes &request) { return fakeConfigured(request, forged()); });
+    EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::done) << session.error;
+    EXPECT_EQ(session.output, "!!!DHCPv6 snooping\ndhcpv6-snooping\ndhcpv6-snooping information interface-id escaped-string "
+                              "\"\\x1b[2J\\x22\\r\\ndhcpv6-snooping l2-relay\\r\\nundo ipv6-source-guard vlan "
+                              "1-4094\\r\\n!\"\n");
+    for (const char *line : {"show dhcpv6-snooping", "show dhcpv6-snooping information"}) {
+        EXPECT_EQ(sessionRun(&session, line), Outcome::done) << session.error;
+        EXPECT_NE(session.output.find("Layer 2 relay agent"), std::string::npos);
+        const size_t at = session.output.find("Layer 2 relay agent") + 19;
+        EXPECT_EQ(session.output.substr(session.output.find_first_not_of(' ', at), 4), "off\n") << line;
+    }
+}
+
+TEST_F(ShellRunning, L2RelayIsShown) {
+    for (const bool on : {false, true}) {
+        FakeConfig config = forged();
+        config.text.insert(config.text.find("dhcpv6-snooping information"), on ? "dhcpv6-snooping l2-relay\r\n" : "");
+        FakeDaemon own;
+        fakeStart(&own, [config](const Bytes &request) { return fakeConfigured(request, config); });
+        Session other = fakeSession(own);
+        other.json = true;
+        for (const char *line : {"show dhcpv6-snooping", "show dhcpv6-snooping information"}) {
+            EXPECT_EQ(sessionRun(&other, line), Outcome::done) << other.error;
+            EXPECT_EQ(nlohmann::json::parse(other.output)["l2_relay"], on) << line;
+        }
+        connectionClose(&other.connection);
+        fakeStop(&own);
+    }
 }
 
 TEST_F(ShellRunning, ChangedUnderTheReadersHands) {
     uint32_t changes = 3;
     start([&changes](const Bytes &request) {
-        if (fakeWord(request, HEADER) != 0 && changes > 0) {
+        if (fakeWord(request, 0) == 0x00018001 && fakeWord(request, HEADER) != 0 && changes > 0) {
             changes--;
             return fakeReply(request, LINUX_RESULT_CHANGED, {});
         }
@@ -73,13 +108,60 @@ TEST_F(ShellRunning, ChangedUnderTheReadersHands) {
     });
     EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::done);
     EXPECT_EQ(session.output, plainConfig());
-    EXPECT_EQ(fakeRequests(&daemon).size(), 8u);
+    EXPECT_EQ(fakeRequests(&daemon).size(), 8u + 3);
     changes = 1000;
     EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::unreachable);
     EXPECT_EQ(session.error, "the running configuration changed at each of 16 attempts to read it: try again when nobody else "
                              "configures");
     EXPECT_EQ(session.output, "");
-    EXPECT_EQ(fakeRequests(&daemon).size(), 8u + 2 * CONFIG_ATTEMPTS);
+    EXPECT_EQ(fakeRequests(&daemon).size(), 8u + 3 + 2 * CONFIG_ATTEMPTS);
+}
+
+// A manager who changes his string between the text and the question for the string.
+TEST_F(ShellRunning, TextAndValuesMustAgree) {
+    uint32_t asked = 0;
+    uint32_t agreeFrom = 3;
+    bool textChanges = true;
+    start([&asked, &agreeFrom, &textChanges](const Bytes &request) {
+        FakeConfig config = forged();
+        const bool values = fakeWord(request, 0) == 0x00010001;
+        asked += values && fakeWord(request, HEADER) == DH6S_FUNC_INFO_GET ? 1 : 0;
+        if (asked < agreeFrom) {
+            config.policy.interfaceIdValue[7] = '\0';
+            config.text += textChanges && asked % 2 == 1 ? "!\r\n" : "";
+        }
+        return fakeConfigured(request, config);
+    });
+    EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::done) << session.error;
+    EXPECT_EQ(asked, 3u);
+    EXPECT_EQ(std::count(session.output.begin(), session.output.end(), '\n'), 3);
+    agreeFrom = 1000;
+    for (const char *line : {"show running-config", "save /nonexistent/x.conf"}) {
+        textChanges = true;
+        asked = 0;
+        EXPECT_EQ(sessionRun(&session, line), Outcome::unreachable);
+        EXPECT_EQ(session.error, runningConfigUnsteady());
+        EXPECT_EQ(asked, CONFIG_ATTEMPTS);
+        textChanges = false;
+        EXPECT_EQ(sessionRun(&session, line), Outcome::unreachable);
+        EXPECT_EQ(session.error, "the daemon's running configuration does not agree with its settings: install snoopd6 and "
+                                 "snoopctl from the same release");
+    }
+}
+
+TEST_F(ShellRunning, MoreBindingsThanCanBeListed) {
+    FakeConfig config;
+    config.bindings.assign(70000, fakeBinding(6, 0, 0, 0));
+    start([&config](const Bytes &request) { return fakeConfigured(request, config); });
+    EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::unreachable);
+    EXPECT_EQ(session.error, "the daemon has more bindings than it can list, which are about 65535: take some back");
+}
+
+TEST_F(ShellRunning, ADaemonThatDoesNotTellItsSettings) {
+    start(
+        [](const Bytes &request) { return fakeWord(request, 0) == 0x00010001 ? fakeEcho(request, -1) : fakeSwitch(request); });
+    EXPECT_EQ(sessionRun(&session, "show running-config"), Outcome::unreachable);
+    EXPECT_EQ(session.error, "the daemon refused to tell its settings");
 }
 
 TEST_F(ShellRunning, WithoutOneNothingIsShown) {
@@ -118,16 +200,19 @@ TEST(ShellRunningPage, LyingHeadsAreRefused) {
     EXPECT_FALSE(taken(page({0xffffffff, 0, 7, 4}, "efgh"), {.offset = 0xfffffffb, .generation = 7}));
 }
 
-TEST(ShellRunningReplay, BindingsComeOldestFirst) {
+TEST(ShellRunningText, LinesAndHead) {
     using Lines = std::vector<std::string>;
-    EXPECT_EQ(runningConfigForReplay({}), Lines{});
-    EXPECT_EQ(runningConfigForReplay({"a", "b"}), (Lines{"a", "b"}));
-    EXPECT_EQ(runningConfigForReplay({"ipv6-source-guard bind ip 2001:db8::2", "ipv6-source-guard bind ip 2001:db8::1"}),
-              (Lines{"ipv6-source-guard bind ip 2001:db8::1", "ipv6-source-guard bind ip 2001:db8::2"}));
-    EXPECT_EQ(runningConfigForReplay({"a", "ipv6-source-guard", "ipv6-source-guard bind ip 2001:db8::3",
-                                      "ipv6-source-guard bind ip 2001:db8::2", "ipv6-source-guard bind ip 2001:db8::1"}),
-              (Lines{"a", "ipv6-source-guard", "ipv6-source-guard bind ip 2001:db8::1", "ipv6-source-guard bind ip 2001:db8::2",
-                     "ipv6-source-guard bind ip 2001:db8::3"}));
+    EXPECT_EQ(runningConfigLines(""), Lines{});
+    EXPECT_EQ(runningConfigLines("a\r\n\r\nb\nc"), (Lines{"a", "", "b", "c"}));
+    EXPECT_EQ(runningConfigHead(""), "");
+    EXPECT_EQ(runningConfigHead("a\r\nb"), "a\r\nb");
+    const std::string head = "!!!x\r\ndhcpv6-snooping\r\ninterface ethernet 0/1\r\nipv6-source-guard\r\nquit\r\n";
+    for (const char *line :
+         {"dhcpv6-snooping information option 18", "undo ipv6-source-guard vlan 1", "ipv6-source-guard bind ip ::"}) {
+        EXPECT_EQ(runningConfigHead(head + line + "\r\ndhcpv6-snooping l2-relay\r\n"), head);
+        EXPECT_EQ(runningConfigHead(line), "");
+        EXPECT_EQ(runningConfigHead(std::string("! ") + line), std::string("! ") + line);
+    }
 }
 
 // Every setting has a call that takes it back; ports that the switch does not have are not asked for.
