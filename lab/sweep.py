@@ -177,7 +177,8 @@ class Sweep:
 DOCUMENT = pathlib.Path(__file__).resolve().parent.parent / "docs" / "encapsulations.md"
 BEGIN, END = "<!-- measured -->\n", "<!-- /measured -->\n"
 COLUMNS = (
-    "what is sent", "cases", "a host takes", "trap: frames passing", "a host takes", "guard: frames passing", "a host takes", "why",
+    "what is sent", "cases", "a host takes", "trap: frames passing", "a host takes", "guard: frames passing", "a host takes",
+    "why",
 )  # fmt: skip
 READABLE = "the trap holds back a chain that it cannot read; the guard looks at the source alone"
 HELD_FIRST = "the trap holds back the first fragment; the others are useless without it"
@@ -203,7 +204,7 @@ WHY = {
     "3 tags, another VLAN": "the trap reads a packet after three tags, too; the guard blocks it",
     "4 to 9 tags, VLAN 0 only": FOUR,
     "4 to 9 tags, another VLAN": FOUR,
-    "A tag of type 0x9100 after 0 to 3 others": "payload to Linux; the guard blocks it, because other equipment reads it as a tag",
+    "A tag of type 0x9100 after 0 to 3 others": "payload to Linux; the guard blocks it, for equipment that reads a tag there",
     "A tag of type 0x9100 after 4 or more others": FOUR,
     "IPv6 in 802.3 LLC/SNAP": "Linux has no IPv6 there; a bridge to another medium may make an ordinary frame of it",
     "A tag in 802.3 LLC/SNAP": "the same",
