@@ -68,12 +68,11 @@ class Host:
         shown = json.loads(netns.run(self.name, "ip", "-j", "-6", "addr", "show", "dev", "eth0"))
         return {entry["local"]: entry for link in shown for entry in link.get("addr_info", ())}
 
-    def _until(self, condition, what):
+    def until(self, condition, what):
         end = time.monotonic() + TIMEOUT
-        while not (found := condition()):
+        while not condition():
             assert time.monotonic() < end, f"the host behind port {self.port}: {what}: {self._addresses()}"
             time.sleep(0.02)
-        return found
 
     def usable(self):
         """The addresses that duplicate address detection has let through."""
@@ -81,16 +80,26 @@ class Host:
 
     def until_usable(self, *addresses):
         """Waits until these addresses, and no others, are usable."""
-        self._until(lambda: self.usable() == set(addresses), f"usable are not {addresses}")
+        self.until(lambda: self.usable() == set(addresses), f"usable are not {addresses}")
 
     def add(self, address):
         """Takes an address, which is tentative until the kernel has asked for duplicates."""
         netns.run(self.name, "ip", "addr", "add", f"{address}/64", "dev", "eth0")
 
     def until_duplicate(self, address):
-        self._until(lambda: "dadfailed" in self._addresses()[address], f"{address} is no duplicate")
+        self.until(lambda: "dadfailed" in self._addresses()[address], f"{address} is no duplicate")
 
     def neighbour(self, address):
         """The MAC address that the host knows of a neighbour, None when there is none."""
         shown = json.loads(netns.run(self.name, "ip", "-j", "-6", "neigh", "show", "to", address, "dev", "eth0"))
         return next((entry.get("lladdr") for entry in shown), None)
+
+    def routers(self):
+        """The addresses of the routers that the host takes for the way out."""
+        shown = json.loads(netns.run(self.name, "ip", "-j", "-6", "route", "show", "default"))
+        return {hop["gateway"] for route in shown for hop in route.get("nexthops", [route])}
+
+    def forget(self, address, router):
+        """Gives up an address and a router."""
+        netns.run(self.name, "ip", "addr", "del", f"{address}/64", "dev", "eth0")
+        netns.run(self.name, "ip", "-6", "route", "del", "default", "via", router, "dev", "eth0")
