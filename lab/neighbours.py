@@ -133,3 +133,56 @@ def record(group, kind=TO_EXCLUDE, sources=()):
 def report(how, source, *records, destination=ALL_REPORTS):
     """MLDv2."""
     return message(how, REPORT, source, destination, struct.pack("!HH", 0, len(records)) + b"".join(records))
+
+
+# ---- What a guarded port takes without a binding ---------------------------------------------------------------------------
+
+SMALL = 128  # bytes of a packet, but for router advertisements and MLDv2 reports
+TARGET, FINAL = slice(48, 64), slice(64, 80)  # of a packet with ICMPv6 directly after the fixed header
+
+
+def is_link_local(source):
+    return source[0] == 0xFE and source[1] & 0xC0 == 0x80
+
+
+def _is_host(address):
+    """Not a group, not nobody, and all of its bytes are there."""
+    return len(address) == 16 and address[0] != 0xFF and any(address)
+
+
+def _discovers(packet, source, to):
+    kind, local, small = packet[40], is_link_local(source), len(packet) <= SMALL
+    if kind == ROUTER_ADVERTISEMENT:
+        return local
+    if kind == ROUTER_SOLICITATION:
+        return small and (local or (not any(source) and to == ip_bytes(ALL_ROUTERS)))
+    if kind == SOLICITATION:
+        to_node = to[:13] == ip_bytes("ff02::1:ff00:0")[:13]
+        return small and _is_host(packet[TARGET]) and (local or (not any(source) and to_node))
+    if kind == ADVERTISEMENT:
+        return small and local and _is_host(packet[TARGET]) and (to[0] != 0xFF or not packet[44] & SOLICITED)
+    return kind == REDIRECT and small and local and _is_host(packet[TARGET]) and _is_host(packet[FINAL])
+
+
+def _listens(packet, source, to):
+    kind = packet[48]
+    if packet[40:42] != bytes([ICMP6, 0]) or packet[42:48] not in (ALERT_FIRST, ALERT_LAST) or packet[49] != 0:
+        return False
+    if any(source) and not is_link_local(source):
+        return False
+    if kind == REPORT:
+        return to == ip_bytes(ALL_REPORTS)
+    return len(packet) <= SMALL and ((kind == OLD_REPORT and to[0] == 0xFF) or (kind == DONE and to == ip_bytes(ALL_ROUTERS)))
+
+
+def passes_without_binding(frame):
+    """Whether an untagged frame passes a guarded port that has no binding and takes router advertisements."""
+    if frame[12:14] != b"\x86\xdd":
+        return True
+    packet = frame[14:]
+    if len(packet) < 50:
+        return False
+    following, hops, source, to = packet[6], packet[7], packet[8:24], packet[24:40]
+    if following == ICMP6:
+        return hops == 255 and packet[41] == 0 and _discovers(packet, source, to)
+    return following == HOP_BY_HOP and hops == 1 and _listens(packet, source, to)

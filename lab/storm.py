@@ -174,6 +174,11 @@ def carried(switch, port):
     return _device(switch.namespace, f"p{port}")[1], lost
 
 
+def lost_toward(switch, port):
+    """How many frames the cable lost on their way from the port to its host."""
+    return _device(switch.namespace, f"p{port}")[11]
+
+
 def _device(namespace, interface):
     """The counters of an interface: eight of what it received, bytes and packets first, and eight of what it sent."""
     with netns.entered(namespace), open("/proc/thread-self/net/dev") as table:
