@@ -24,9 +24,9 @@ assert POLICY.size == 200
 
 
 def template(text):
-    """The record of a user-defined id."""
+    """The record of a user-defined id. Bytes that are no UTF-8 are surrogates in the text."""
     literals, kinds, vlans = [""], [0], [""]
-    for brace, element, vlan, character in re.findall(r"(\{\{)|\{([a-z0-9-]+)(?::(\d+))?\}|(.)", text):
+    for brace, element, vlan, character in re.findall(r"(\{\{)|\{([a-z0-9-]+)(?::(\d+))?\}|(.)", text, re.S):
         if element:
             kinds.append(ELEMENTS.index(element) + 1)
             vlans.append(vlan)
@@ -38,10 +38,10 @@ def template(text):
 
 def packed(text, literals, kinds, vlans):
     def filled(texts):
-        return [texts[k].encode() if k < len(texts) else b"" for k in range(SLOTS)]
+        return [texts[k].encode(errors="surrogateescape") if k < len(texts) else b"" for k in range(SLOTS)]
 
     kinds = kinds + [0] * (SLOTS - len(kinds))
-    return TEMPLATE.pack(text.encode(), *filled(literals), *kinds, *filled(vlans))
+    return TEMPLATE.pack(text.encode(errors="surrogateescape"), *filled(literals), *kinds, *filled(vlans))
 
 
 def enable(daemon, interface=True, remote=True, relay=False):
