@@ -11,6 +11,7 @@
 #include <sys/utsname.h>
 
 #include "platform/linux/debugswitch.h"
+#include "platform/linux/loglimit.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/protocol.h"
 #include "platform/linux/queue.h"
@@ -144,12 +145,20 @@ uint32_t vosUpSeconds(void) {
 
 // ---- Texts ---------------------------------------------------------------------------------------------------------
 
+static bool printed;
+
+static void print(const char *text) { printed = fputs(text, stdout) >= 0 && fflush(stdout) == 0; }
+
+// A caller can make the daemon say what it does not know, again and again.
 int32_t vosPrintf(const char *fmt, ...) {
+    char text[512];
     va_list args;
     va_start(args, fmt);
-    const int written = vprintf(fmt, args);
+    const int length = vsnprintf(text, sizeof text, fmt, args);
     va_end(args);
-    return fflush(stdout) == 0 ? written : -1;
+    printed = true;
+    linuxLogThrough(fmt, print, text);
+    return printed ? length : -1;
 }
 
 const char *vosProcessGetName(void) { return "/sbin/snoopd6"; }

@@ -13,6 +13,7 @@
 
 #include "platform/linux/l3address.h"
 #include "platform/linux/links.h"
+#include "platform/linux/loglimit.h"
 #include "platform/linux/loop.h"
 
 namespace {
@@ -92,7 +93,7 @@ void onMonitor(evutil_socket_t, short, void *) {
     }
     if (lost) {
         linuxL3Forget();
-        linuxLog("interface notifications were lost; reading all interfaces again");
+        linuxLogLimited("interface notifications were lost; reading all interfaces again");
         linuxLinksDoubt();
     }
     linuxLinksCatchUp();

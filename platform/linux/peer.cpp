@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/linux/loop.h"
+#include "platform/linux/loglimit.h"
 
 static constexpr uint32_t GROUPS_MAX = 65536; // the kernel's own bound of a process's supplementary groups
 static constexpr uint32_t REFUSED_MAX = 64;   // refused users that are remembered; the oldest is forgotten first
@@ -39,8 +39,8 @@ static void sayRefused(const ucred *peer, const char *path) {
     }
     refused[refusedCount % REFUSED_MAX] = peer->uid;
     refusedCount++;
-    linuxLog("user %u (process %d) may not use %s: not root, not the daemon's user, not in the file's group", peer->uid,
-             peer->pid, path);
+    linuxLogLimited("user %u (process %d) may not use %s: not root, not the daemon's user, not in the file's group", peer->uid,
+                    peer->pid, path);
 }
 
 bool linuxPeerAllowed(int fd, const char *path, int *pid) {

@@ -9,6 +9,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "platform/linux/loglimit.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/peer.h"
 #include "platform/linux/protocol.h"
@@ -92,7 +93,8 @@ static Caller *freePlace() {
         }
     }
     if (silent != nullptr) {
-        linuxLog("%u callers are connected: process %d, silent longest, is disconnected", LINUX_CALLERS_MAX, silent->pid);
+        linuxLogLimited("%u callers are connected: process %d, silent longest, is disconnected", LINUX_CALLERS_MAX,
+                        silent->pid);
         closeCaller(silent);
     }
     return silent;
@@ -168,7 +170,7 @@ static void callerReadable(evutil_socket_t fd, short, void *user) {
     memcpy(&header, messages[place], sizeof header); // what a short message leaves of it is judged by its length
     const char *fault = faultOf(n, call.msg_flags, &header);
     if (fault != nullptr) {
-        linuxLog("process %d sent a message that is %s: disconnected", caller->pid, fault);
+        linuxLogLimited("process %d sent a message that is %s: disconnected", caller->pid, fault);
         closeCaller(caller);
         return;
     }
@@ -196,7 +198,8 @@ uint32_t linuxQueueTake(uint8_t *buf, uint32_t size, VosMsgReplyCtx *ctx) {
         const uint32_t length = caller->length;
         caller->length = 0;
         if (length > size) {
-            linuxLog("process %d sent a message of %u bytes where %u are taken: disconnected", caller->pid, length, size);
+            linuxLogLimited("process %d sent a message of %u bytes where %u are taken: disconnected", caller->pid, length,
+                            size);
             closeCaller(caller);
             continue;
         }
@@ -230,7 +233,7 @@ int32_t linuxQueueReply(const VosMsgReplyCtx *ctx, int32_t result, const uint8_t
         return 0;
     }
     if (errno == EAGAIN) {
-        linuxLog("process %d does not read its replies: disconnected", caller->pid);
+        linuxLogLimited("process %d does not read its replies: disconnected", caller->pid);
     }
     closeCaller(caller);
     return -1;

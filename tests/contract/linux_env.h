@@ -19,7 +19,8 @@ std::vector<std::string> captureEnd(const Captured &captured);
 
 // This program started again as a small snoopd6 with the run folder `run`: it opens the queue and answers nothing. `mode` is
 // "serve" to wait for messages, "hasty" to do so with little patience for the shell that replays the startup file, "undo"
-// to have something to undo at its end and to say on standard output when it is hung up, "leave" to return from main at once, "log" to write one log line and leave, "file" to read `run` as a switch file and leave.
+// to have something to undo at its end and to say on standard output when it is hung up, "leave" to return from main at once, "log" to write one log line and leave, "flood" to do so with a hundred
+// limited ones, "file" to read `run` as a switch file and leave.
 struct TestServer {
     int pid;
     int output; // its standard output; "ready\n" comes when the queue is open

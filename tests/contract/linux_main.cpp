@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "platform/libvos.h"
+#include "platform/linux/loglimit.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/startup.h"
 #include "platform/linux/switchfile.h"
@@ -25,6 +26,12 @@ static constexpr int PATIENCE = 30000; // ms, for a line that is certain to come
 static int serve(const std::string &mode) {
     if (mode == "log") {
         linuxLog("one %s\nline\x7F", "long");
+        return EXIT_SUCCESS;
+    }
+    if (mode == "flood") {
+        for (uint32_t i = 0; i < 100; i++) {
+            linuxLogLimited("knock %u", i);
+        }
         return EXIT_SUCCESS;
     }
     if (mode == "file") {
@@ -143,7 +150,7 @@ int main(int argc, char **argv) {
     if (argc > 1 && strcmp(argv[1], "--keep-going") == 0) {
         return playShell(argc, argv);
     }
-    for (const char *mode : {"serve", "hasty", "undo", "leave", "log", "file"}) {
+    for (const char *mode : {"serve", "hasty", "undo", "leave", "log", "flood", "file"}) {
         if (argc == 2 && std::string("--") + mode == argv[1]) {
             return serve(mode);
         }

@@ -345,4 +345,7 @@ TEST_F(Process, RightsAreMissing) {
 TEST_F(Process, LogLines) {
     EXPECT_EQ(serverEnd(serverStart("log", run), &said), 0);
     EXPECT_EQ(said, "snoopd6: one long?line?\n");
+    EXPECT_EQ(serverEnd(serverStart("flood", run), &said), 0);
+    EXPECT_EQ(said, "snoopd6: knock 0\nsnoopd6: knock 1\nsnoopd6: knock 2\nsnoopd6: knock 3\nsnoopd6: knock 4\n"
+                    "snoopd6: knock 99 (94 more like this)\n");
 }

@@ -3,6 +3,7 @@ disconnected, every frame comes out where it belongs, and other callers are serv
 
 import itertools
 import os
+import re
 import socket
 import struct
 import threading
@@ -247,3 +248,38 @@ def stranger(path, expected):
         return 0 if expected is None else 2
     except PermissionError as error:
         return 0 if expected is PermissionError and error.errno == 13 else 3
+
+
+def count_of(lines):
+    """How many lines these stand for."""
+    return sum(1 + int((re.search(r"\((\d+) more like this\)$", line) or [0, 0])[1]) for line in lines)
+
+
+def test_a_flood_of_connections_writes_few_lines(daemon, unharmed):
+    """One that speaks is held, so that the daemon has seen all before it."""
+    made = []
+    for _ in range(30):
+        made += [connected(daemon) for _ in range(PLACES)]
+        calls.switch_status(daemon.link)
+    unharmed()
+    for link in made:
+        link.close()
+    assert daemon.stop() == 0
+    lines = [line for line in daemon.log().splitlines() if "silent longest" in line]
+    assert (len(lines), count_of(lines)) == (6, 29 * PLACES + 1)
+
+
+def test_a_flood_of_broken_and_unknown_messages_writes_few_lines(daemon, caller, unharmed):
+    for _ in range(200):
+        link = caller()
+        link.send(message(calls.REMOTE_CALL, version=2))
+        assert ended(link)
+    link = caller()
+    for _ in range(200):
+        link.send(message(2))
+    unharmed()
+    assert daemon.stop() == 0
+    broken = [line for line in daemon.log().splitlines() if "sent a message that is" in line]
+    unknown = [line for line in daemon.log().splitlines() if "receive unknown msg 2" in line]
+    assert (len(broken), count_of(broken)) == (6, 200)
+    assert (len(unknown), count_of(unknown)) == (6, 200)
