@@ -25,10 +25,10 @@ READY = b"READY=1"
 
 # What the kernel is asked to enforce, or what is carried out here.
 ENFORCED = set(
-    "AmbientCapabilities CapabilityBoundingSet ExecReload ExecStart Group LockPersonality MemoryDenyWriteExecute NoNewPrivileges "
-    "NotifyAccess PrivateDevices PrivateTmp ProtectHome ProtectSystem RestrictAddressFamilies RestrictNamespaces "
-    "RestrictRealtime RestrictSUIDSGID RuntimeDirectory RuntimeDirectoryMode SystemCallArchitectures SystemCallErrorNumber "
-    "SystemCallFilter TimeoutStartSec Type UMask User".split()
+    "AmbientCapabilities CapabilityBoundingSet ExecReload ExecStart Group LockPersonality MemoryDenyWriteExecute "
+    "NoNewPrivileges NotifyAccess PrivateDevices PrivateTmp ProtectHome ProtectSystem RestrictAddressFamilies "
+    "RestrictNamespaces RestrictRealtime RestrictSUIDSGID RuntimeDirectory RuntimeDirectoryMode StateDirectory "
+    "StateDirectoryMode SystemCallArchitectures SystemCallErrorNumber SystemCallFilter TimeoutStartSec Type UMask User".split()
 )
 # What has no effect on a program that keeps to the settings above, or is about what becomes of it when it fails.
 BESIDE = set(
@@ -65,12 +65,15 @@ class Unit:
         return os.path.exists(self.get("ConditionPathExists", "Unit"))
 
 
-def runtime_folder(unit):
-    folder = pathlib.Path("/run") / unit.get("RuntimeDirectory")
+def folder_of(unit, kind, parent):
+    """The folder that a unit's RuntimeDirectory or StateDirectory names, made and given to its user; or None."""
+    if f"{kind}Directory" not in unit.sections["Service"]:
+        return None
+    folder = pathlib.Path(parent) / unit.get(f"{kind}Directory")
     folder.mkdir(exist_ok=True)
     user = pwd.getpwnam(unit.get("User"))
     os.chown(folder, user.pw_uid, user.pw_gid)
-    folder.chmod(int(unit.get("RuntimeDirectoryMode"), 8))
+    folder.chmod(int(unit.get(f"{kind}DirectoryMode"), 8))
     return folder
 
 
@@ -122,10 +125,11 @@ def start(unit):
     if running(unit):
         return
     STATE.mkdir(exist_ok=True)
-    folder = runtime_folder(unit)
+    runtime, state = folder_of(unit, "Runtime", "/run"), folder_of(unit, "State", "/var/lib")
     reports = listener(unit)
     environment = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin", "NOTIFY_SOCKET": str(unit.state("notify"))}
-    policy = confine.policy(unit, writable=[str(folder)])
+    environment |= {"STATE_DIRECTORY": str(state)} if state else {}
+    policy = confine.policy(unit, writable=[str(folder) for folder in (runtime, state) if folder])
     with open(unit.state("log"), "ab") as log:
         process = subprocess.Popen(
             shlex.split(unit.get("ExecStart")), env=environment, stdin=subprocess.DEVNULL, stdout=log, stderr=log,

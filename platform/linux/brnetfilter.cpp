@@ -1,5 +1,6 @@
 #include "platform/linux/brnetfilter.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -13,6 +14,7 @@
 #include <unistd.h>
 
 #include "platform/linux/attributes.h"
+#include "platform/linux/brrecord.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/netlink.h"
 #include "platform/linux/ports.h"
@@ -24,27 +26,26 @@ struct Call {
     uint16_t attribute;
     const char *name;
     const char *path;
-    bool bridgeChanged;
-    bool namespaceChanged;
 };
 
-std::array<Call, 3> calls = {{
-    {IFLA_BR_NF_CALL_IPTABLES, "nf_call_iptables", "/proc/sys/net/bridge/bridge-nf-call-iptables", false, false},
-    {IFLA_BR_NF_CALL_IP6TABLES, "nf_call_ip6tables", "/proc/sys/net/bridge/bridge-nf-call-ip6tables", false, false},
-    {IFLA_BR_NF_CALL_ARPTABLES, "nf_call_arptables", "/proc/sys/net/bridge/bridge-nf-call-arptables", false, false},
+constexpr std::array<Call, 3> CALLS = {{
+    {IFLA_BR_NF_CALL_IPTABLES, "nf_call_iptables", "/proc/sys/net/bridge/bridge-nf-call-iptables"},
+    {IFLA_BR_NF_CALL_IP6TABLES, "nf_call_ip6tables", "/proc/sys/net/bridge/bridge-nf-call-ip6tables"},
+    {IFLA_BR_NF_CALL_ARPTABLES, "nf_call_arptables", "/proc/sys/net/bridge/bridge-nf-call-arptables"},
 }};
 
-// Values of the bridge's own switches, by the order of `calls`.
-struct BridgeValues {
-    std::array<uint8_t, 3> on;
-};
+LinuxBrRecord owed; // what has to be on again in the end, by the order of CALLS
 
-void readData(const nlattr *data, BridgeValues *values) {
+uint32_t bridgeIndex() { return linuxLinks[LINUX_LINK_BRIDGE].ifindex; }
+
+// ---- The bridge's own switches -------------------------------------------------------------------------------------
+
+void readData(const nlattr *data, LinuxBrRecord *values) {
     LinuxAttributes list = linuxAttributesIn(data);
     while (const nlattr *attribute = linuxAttributeNext(&list)) {
-        for (uint32_t i = 0; i < calls.size(); i++) {
-            if (mnl_attr_get_type(attribute) == calls[i].attribute && mnl_attr_validate(attribute, MNL_TYPE_U8) >= 0) {
-                values->on[i] = mnl_attr_get_u8(attribute);
+        for (uint32_t i = 0; i < CALLS.size(); i++) {
+            if (mnl_attr_get_type(attribute) == CALLS[i].attribute && mnl_attr_validate(attribute, MNL_TYPE_U8) >= 0) {
+                values->bridge[i] = mnl_attr_get_u8(attribute) != 0;
             }
         }
     }
@@ -59,7 +60,7 @@ int readBridge(const nlmsghdr *message, void *user) {
         LinuxAttributes inner = linuxAttributesIn(attribute);
         while (const nlattr *nested = linuxAttributeNext(&inner)) {
             if (mnl_attr_get_type(nested) == IFLA_INFO_DATA) {
-                readData(nested, static_cast<BridgeValues *>(user));
+                readData(nested, static_cast<LinuxBrRecord *>(user));
             }
         }
     }
@@ -71,32 +72,33 @@ nlmsghdr *question(LinuxNetlinkQuestion *room, uint16_t type, uint16_t flags) {
     message->nlmsg_type = type;
     message->nlmsg_flags = flags;
     ifinfomsg *info = static_cast<ifinfomsg *>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
-    info->ifi_index = static_cast<int>(linuxLinks[LINUX_LINK_BRIDGE].ifindex);
+    info->ifi_index = static_cast<int>(bridgeIndex());
     return message;
 }
 
-void writeBridge(Call *call, uint8_t value) {
+void writeBridge(const Call &call, uint8_t value) {
     LinuxNetlinkQuestion room{};
     nlmsghdr *message = question(&room, RTM_NEWLINK, NLM_F_REQUEST | NLM_F_ACK);
     nlattr *linkInfo = mnl_attr_nest_start(message, IFLA_LINKINFO);
     mnl_attr_put_strz(message, IFLA_INFO_KIND, "bridge");
     nlattr *data = mnl_attr_nest_start(message, IFLA_INFO_DATA);
-    mnl_attr_put_u8(message, call->attribute, value);
+    mnl_attr_put_u8(message, call.attribute, value);
     mnl_attr_nest_end(message, data);
     mnl_attr_nest_end(message, linkInfo);
-    int32_t error = linuxNetlinkAsk(&room, nullptr, nullptr);
+    const int32_t error = linuxNetlinkAsk(&room, nullptr, nullptr);
     if (error != 0) {
-        linuxLog("cannot set %s of bridge %s to %u: %s", call->name, linuxSwitch.bridge, value, strerror(-error));
-        return;
+        linuxLog("cannot set %s of bridge %s to %u: %s", call.name, linuxSwitch.bridge, value, strerror(-error));
+    } else {
+        linuxLog("%s of bridge %s set to %u", call.name, linuxSwitch.bridge, value);
     }
-    linuxLog("%s of bridge %s set to %u", call->name, linuxSwitch.bridge, value);
-    call->bridgeChanged = value == 0;
 }
+
+// ---- The namespace's -----------------------------------------------------------------------------------------------
 
 // One digit in a file of /proc; 0 as well when there is none, which says that the kernel lacks the feature.
 char readDigit(const char *path) {
     char digit = '0';
-    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd >= 0) {
         if (read(fd, &digit, 1) != 1) {
             digit = '0';
@@ -106,46 +108,96 @@ char readDigit(const char *path) {
     return digit;
 }
 
-void writeDigit(Call *call, char digit) {
-    int fd = open(call->path, O_WRONLY | O_CLOEXEC);
+void writeDigit(const Call &call, char digit) {
+    const int fd = open(call.path, O_WRONLY | O_CLOEXEC);
     if (fd < 0 || write(fd, &digit, 1) != 1) {
-        linuxLog("cannot set %s to %c: %s", call->path, digit, strerror(errno));
+        linuxLog("cannot set %s to %c: %s", call.path, digit, strerror(errno));
     } else {
-        linuxLog("%s set to %c", call->path, digit);
-        call->namespaceChanged = digit == '0';
+        linuxLog("%s set to %c", call.path, digit);
     }
     if (fd >= 0) {
         close(fd);
     }
 }
 
-} // namespace
+// ---- Both ----------------------------------------------------------------------------------------------------------
 
-void linuxBrNetfilterOff() {
-    BridgeValues values{};
+LinuxBrRecord readNow() {
+    LinuxBrRecord now = {};
     LinuxNetlinkQuestion room{};
     question(&room, RTM_GETLINK, NLM_F_REQUEST);
-    int32_t error = linuxNetlinkAsk(&room, readBridge, &values);
+    const int32_t error = linuxNetlinkAsk(&room, readBridge, &now);
     if (error != 0) {
         linuxLog("cannot read the settings of bridge %s: %s", linuxSwitch.bridge, strerror(-error));
     }
-    for (uint32_t i = 0; i < calls.size(); i++) {
-        if (values.on[i] != 0) {
-            writeBridge(&calls[i], 0);
+    for (uint32_t i = 0; i < CALLS.size(); i++) {
+        now.namespaceWide[i] = readDigit(CALLS[i].path) != '0';
+    }
+    return now;
+}
+
+void writeAll(const LinuxBrRecord &which, bool on) {
+    for (uint32_t i = 0; i < CALLS.size(); i++) {
+        if (which.bridge[i] && bridgeIndex() != 0) {
+            writeBridge(CALLS[i], on ? 1 : 0);
         }
-        if (readDigit(calls[i].path) != '0') {
-            writeDigit(&calls[i], '0');
+        if (which.namespaceWide[i]) {
+            writeDigit(CALLS[i], on ? '1' : '0');
         }
     }
 }
 
-void linuxBrNetfilterRestore() {
-    for (Call &call : calls) {
-        if (call.bridgeChanged && linuxLinks[LINUX_LINK_BRIDGE].ifindex != 0) {
-            writeBridge(&call, 1);
-        }
-        if (call.namespaceChanged) {
-            writeDigit(&call, '1');
+bool isAny(const LinuxBrRecord &record) {
+    return std::ranges::find(record.bridge, true) != record.bridge.end() ||
+           std::ranges::find(record.namespaceWide, true) != record.namespaceWide.end();
+}
+
+// What a daemon before this one found on and could not put back, and what is on now.
+void addTo(LinuxBrRecord *sum, const LinuxBrRecord &other) {
+    for (uint32_t i = 0; i < CALLS.size(); i++) {
+        sum->bridge[i] = sum->bridge[i] || other.bridge[i];
+        sum->namespaceWide[i] = sum->namespaceWide[i] || other.namespaceWide[i];
+    }
+}
+
+const char *firstOn(const LinuxBrRecord &record) {
+    for (uint32_t i = 0; i < CALLS.size(); i++) {
+        if (record.bridge[i] || record.namespaceWide[i]) {
+            return CALLS[i].name;
         }
     }
+    return "";
+}
+
+} // namespace
+
+void linuxBrNetfilterOff() {
+    const LinuxBrRecord now = readNow();
+    owed = linuxBrRecordRead(bridgeIndex());
+    addTo(&owed, now);
+    if (isAny(owed)) {
+        linuxBrRecordWrite(owed, bridgeIndex()); // before anything is off that nobody would know of
+    }
+    writeAll(now, false);
+}
+
+bool linuxBrNetfilterKeep(char *error, uint32_t errorSize) {
+    writeAll(linuxBrRecordRead(bridgeIndex()), true);
+    linuxBrRecordRemove();
+    const LinuxBrRecord now = readNow();
+    if (!isAny(now)) {
+        return true;
+    }
+    snprintf(
+        error, errorSize,
+        "bridged frames go through the IP firewall (%s of bridge %s or of the network namespace is on), and bridge_netfilter "
+        "is \"keep\" in %s: switch it off yourself, or write \"off\" there",
+        firstOn(now), linuxSwitch.bridge, linuxSwitchFilePath());
+    return false;
+}
+
+void linuxBrNetfilterRestore() {
+    writeAll(owed, true);
+    linuxBrRecordRemove();
+    owed = {};
 }

@@ -62,14 +62,26 @@ void findBridge() {
     }
 }
 
+// First of all that the start changes: what is refused here leaves an earlier daemon's filter table in force.
+void settleBrNetfilter() {
+    char error[ERROR_MAX];
+    if (linuxSwitch.keepBridgeNetfilter != 0) {
+        if (!linuxBrNetfilterKeep(error, sizeof error)) {
+            linuxFatal("%s", error);
+        }
+        return;
+    }
+    linuxAtStop(linuxBrNetfilterRestore);
+    linuxBrNetfilterOff();
+}
+
 void takeSwitch() {
     char error[ERROR_MAX];
+    settleBrNetfilter();
     linuxAtStop(linuxNftTableUnload, LINUX_UNDO_AT_STOP);
     if (linuxNftTableLoad(error, sizeof error) != 0) {
         linuxFatal("%s", error);
     }
-    linuxAtStop(linuxBrNetfilterRestore);
-    linuxBrNetfilterOff();
     linuxCaptureInit();
     linuxPortsStart();
     linuxNetlinkWatch();

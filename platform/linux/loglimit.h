@@ -1,10 +1,10 @@
 #pragma once
-// Log lines that a caller of the socket, a host or another program can cause, and so repeat at will. Lines that follow from what
-// an operator does are not limited: linuxLog writes them all.
+// Log lines that a caller of the socket, a host or another program can cause, and so repeat at will. What follows from an
+// operator's doing is not limited: linuxLog writes all of it.
 //
-// Each place in the source has a bucket of LINUX_LOG_BURST lines, and gets one more a minute. A line that finds its place's bucket
-// empty is held back. When the minute is over, the newest of those is written with the number of the others: "(n more like
-// this)". The end of the process writes what is held back then.
+// Each place in the source has a bucket of LINUX_LOG_BURST lines, and gets one more a minute. A line that finds it empty is
+// held back. When the minute is over, the newest of those is written with the number of the others: "(n more like this)". The
+// end of the process writes what is held back then.
 
 #include <cstdint>
 #include <sys/time.h>

@@ -101,6 +101,8 @@ void takeUp(const LinuxSwitchConfig &config) {
         isNew[p] = linuxSwitch.ports[p].exists == 0;
     if (strcmp(config.bridge, linuxSwitch.bridge) != 0)
         list(&later, "bridge");
+    if (config.keepBridgeNetfilter != linuxSwitch.keepBridgeNetfilter)
+        list(&later, "bridge_netfilter");
     takePorts(config, &taken, &later);
     if (memcmp(config.trunks, linuxSwitch.trunks, sizeof config.trunks) != 0)
         list(&later, "trunk");

@@ -130,6 +130,15 @@ static bool takeTitle(const Reading *reading, const toml::node &node) {
     return true;
 }
 
+static bool takeBridgeNetfilter(const Reading *reading, const toml::node &node) {
+    const toml::value<std::string> *value = node.as_string();
+    if (value == nullptr || (value->get() != "off" && value->get() != "keep")) {
+        return wrong(reading, lineOf(node), "bridge_netfilter must be \"off\" or \"keep\"");
+    }
+    reading->config->keepBridgeNetfilter = value->get() == "keep" ? 1 : 0;
+    return true;
+}
+
 static bool takeVlans(const Reading *reading, const toml::node &node) {
     const toml::array *list = node.as_array();
     if (list == nullptr || list->empty()) {
@@ -322,6 +331,9 @@ static bool takeTopKey(const Reading *reading, const toml::key &key, const toml:
     if (key == "bridge") {
         return takeInterface(reading, "bridge", node, &reading->config->bridge);
     }
+    if (key == "bridge_netfilter") {
+        return takeBridgeNetfilter(reading, node);
+    }
     if (key == "enterprise") {
         return takeInteger(reading, "enterprise", node, 1, UINT32_MAX, &reading->config->enterprise);
     }
@@ -335,7 +347,7 @@ static bool takeTopKey(const Reading *reading, const toml::key &key, const toml:
         return true; // their turn comes when the bridge's name is known
     }
     return wrong(reading, key.source().begin.line,
-                 "unknown key \"%s\"; known are bridge, enterprise, title, vlans, [[port]] and [[trunk]]",
+                 "unknown key \"%s\"; known are bridge, bridge_netfilter, enterprise, title, vlans, [[port]] and [[trunk]]",
                  std::string(key.str()).c_str());
 }
 

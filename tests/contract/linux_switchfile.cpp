@@ -142,7 +142,7 @@ TEST(SwitchFile, PortsAreNeeded) {
 
 TEST(SwitchFile, UnknownKeys) {
     expectWrong("bridge = \"br0\"\nbrigde = \"br1\"\n" + PORT, 2,
-                "unknown key \"brigde\"; known are bridge, enterprise, title, vlans, [[port]] and [[trunk]]");
+                "unknown key \"brigde\"; known are bridge, bridge_netfilter, enterprise, title, vlans, [[port]] and [[trunk]]");
     expectWrong("bridge = \"br0\"\n" + PORT + "speed = 10\n", 5,
                 "unknown key \"speed\" in a port; known are number, interface, ra_guard and xpon");
     expectWrong("bridge = \"br0\"\n" + PORT + "[[trunk]]\nid = 1\nports = [1]\n", 7,
@@ -171,6 +171,16 @@ TEST(SwitchFile, Interfaces) {
 TEST(SwitchFile, RaGuard) {
     for (const char *value : {"1", "\"yes\"", "[true]"}) {
         expectWrong("bridge = \"br0\"\n" + PORT + "ra_guard = " + value + "\n", 5, "ra_guard must be true or false");
+    }
+}
+
+TEST(SwitchFile, BridgeNetfilter) {
+    EXPECT_EQ(readGood("bridge = \"br0\"\n" + PORT).keepBridgeNetfilter, 0u);
+    EXPECT_EQ(readGood("bridge = \"br0\"\nbridge_netfilter = \"off\"\n" + PORT).keepBridgeNetfilter, 0u);
+    EXPECT_EQ(readGood("bridge = \"br0\"\nbridge_netfilter = \"keep\"\n" + PORT).keepBridgeNetfilter, 1u);
+    for (const char *value : {"1", "true", "\"on\"", "\"Keep\"", "\"\"", "[\"off\"]"}) {
+        expectWrong("bridge = \"br0\"\nbridge_netfilter = " + std::string(value) + "\n" + PORT, 2,
+                    "bridge_netfilter must be \"off\" or \"keep\"");
     }
 }
 

@@ -165,6 +165,25 @@ def test_stopped_it_is_as_if_it_had_never_run(machine):
     assert sent(machine.switch, 1, UNBOUND, trusted=()) == {port: [UNBOUND] for port in (2, 3, 4)}
 
 
+def test_a_killed_daemon_owes_the_bridge_nothing(machine):
+    """What it switched off is remembered where only its user may write, and on again after the next one's stop."""
+    path, record = "/proc/sys/net/bridge/bridge-nf-call-ip6tables", "/var/lib/snoopd6/bridge-netfilter"
+    if not machine.exists(path):
+        pytest.skip("the kernel has no bridge netfilter, or has not loaded it")
+    machine.run("sh", "-c", f"echo 1 >{path}")
+    machine.run("systemctl", "start", "snoopd6")
+    assert machine.run("stat", "-c", "%a %U", "/var/lib/snoopd6", record).stdout.split() == ["750", "snoopd6", "600", "snoopd6"]
+    pid = machine.run("pgrep", "-u", "snoopd6", "snoopd6").stdout.strip()
+    machine.run("kill", "-9", pid)
+    while pathlib.Path(f"/proc/{pid}/status").exists() and "State:\tZ" not in pathlib.Path(f"/proc/{pid}/status").read_text():
+        time.sleep(0.01)
+    assert machine.run("cat", path).stdout == "0\n"
+    machine.run("systemctl", "start", "snoopd6")
+    machine.run("systemctl", "stop", "snoopd6")
+    assert machine.run("cat", path).stdout == "1\n"
+    assert machine.run("ls", "-A", "/var/lib/snoopd6").stdout == ""
+
+
 def test_started_again_it_is_guarded_when_it_says_that_it_is_ready(machine):
     (STATE / "snoopd6.said").unlink()
     machine.run("systemctl", "start", "snoopd6")
@@ -286,4 +305,4 @@ def test_removed_it_leaves_the_configuration_and_purged_it_leaves_the_switch_fil
     assert machine.run("stat", "-c", "%a %G", "/etc/snoopd6").stdout.split() == ["2775", "snoopd6"]
     machine.run("rm", "/etc/snoopd6/switch.toml")
     machine.run("apt-get", "-y", "purge", "snoopd6")
-    assert not machine.exists("/etc/snoopd6")
+    assert not machine.exists("/etc/snoopd6") and not machine.exists("/var/lib/snoopd6")
