@@ -19,6 +19,8 @@
 #include "platform/linux/ports.h"
 #include "platform/linux/queue.h"
 #include "platform/linux/reload.h"
+#include "platform/linux/startline.h"
+#include "platform/linux/startup.h"
 #include "platform/linux/status.h"
 
 namespace {
@@ -88,6 +90,7 @@ void takeSwitch() {
     linuxNftWatchStart();
     linuxMacCacheOpen();
     linuxStatusInit();
+    linuxStartupWhenReady(linuxStartLine);
     linuxOnHangup(linuxReload);
 }
 

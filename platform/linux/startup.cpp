@@ -25,6 +25,7 @@ namespace {
 constexpr int FIRST_INHERITED = 3; // descriptors from here on are not the shell's
 
 pid_t shell; // 0 while none runs
+void (*whenReady)();
 event shellEnded;
 event shellHangs;
 
@@ -36,6 +37,9 @@ const char *shellPath() {
 void reportReady(const char *status) {
     char state[256];
     snprintf(state, sizeof state, "READY=1\nSTATUS=%s", status);
+    if (whenReady != nullptr) {
+        whenReady();
+    }
     linuxNotify(state);
 }
 
@@ -91,6 +95,8 @@ int startShell() {
 }
 
 } // namespace
+
+void linuxStartupWhenReady(void (*ready)()) { whenReady = ready; }
 
 const char *linuxStartupFile() {
     static std::string path;

@@ -16,5 +16,9 @@ extern timeval linuxStartupPatience;
 // Path of the startup file, whether it exists or not.
 const char *linuxStartupFile();
 
+// Sets what is called once, when the saved configuration is in force as far as it can be, right before the daemon is reported
+// ready.
+void linuxStartupWhenReady(void (*ready)());
+
 // Starts the replay, or reports the daemon ready when there is nothing to replay. The second call does nothing.
 void linuxStartupReplay();

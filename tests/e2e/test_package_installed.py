@@ -179,6 +179,7 @@ def test_a_killed_daemon_owes_the_bridge_nothing(machine):
         time.sleep(0.01)
     assert machine.run("cat", path).stdout == "0\n"
     machine.run("systemctl", "start", "snoopd6")
+    assert "version " in service_log() and "is ready: bridge br0, 4 ports" in service_log()
     machine.run("systemctl", "stop", "snoopd6")
     assert machine.run("cat", path).stdout == "1\n"
     assert machine.run("ls", "-A", "/var/lib/snoopd6").stdout == ""

@@ -1,0 +1,34 @@
+#include "platform/linux/startline.h"
+
+#include <cstdint>
+#include <string>
+
+#include "platform/linux/guard.h"
+#include "platform/linux/loop.h"
+#include "platform/linux/ports.h"
+#include "platform/linux/switchfile.h"
+#include "platform/linux/trap.h"
+
+namespace {
+
+bool isGuarded(uint32_t port) {
+    LinuxGuardPortStatus status;
+    linuxGuardPortStatus(port, &status);
+    return status.guarded != 0;
+}
+
+} // namespace
+
+void linuxStartLine() {
+    uint32_t count = 0;
+    std::string guarded;
+    for (uint32_t port = 1; port <= linuxSwitch.portMax; ++port) {
+        if (!linuxPortExists(port))
+            continue;
+        ++count;
+        if (isGuarded(port))
+            guarded += (guarded.empty() ? " port 0/" : ", 0/") + std::to_string(port);
+    }
+    linuxLog("version %s is ready: bridge %s, %u port%s, DHCPv6 snooping %s, guarded:%s", SNOOPD6_VERSION, linuxSwitch.bridge,
+             count, count == 1 ? "" : "s", linuxTrapHolds() ? "on" : "off", guarded.empty() ? " nothing" : guarded.c_str());
+}
