@@ -265,7 +265,7 @@ def test_what_cannot_be_done_is_said(idle, line, status, said):
 def test_watch_counts(idle):
     output = idle.ctl("-n", "3", "watch", "1", "show", "dhcpv6-snooping")
     assert output.count("DHCPv6 snooping           off") == 3
-    assert len(output.splitlines()) == 3 * (1 + 9)
+    assert len(output.splitlines()) == 3 * (1 + 10)
 
 
 def test_relay_is_shown(idle):
