@@ -108,7 +108,8 @@ ExactLine exactInformation(const char *name, const InformationOption &option) {
     for (const std::string &form : missing ? std::vector<std::string>() : formsOf(option)) {
         Arguments read;
         std::string ignored;
-        std::string line = setting + ' ' + form;
+        std::string line = setting;
+        line.append(1, ' ').append(form);
         if (readBack(line, &read, &ignored) && idsEqual(read.id, option))
             return {.line = std::move(line), .reason = ""};
     }
