@@ -146,7 +146,8 @@ def test_templates_of_other_managers(service, text):
 
 
 def random_text(rng, longest):
-    pieces = (b'"', b"\n", b"\r\n", b"\\", b"\\x22", b"!", b"#", b" ", b"?", b'"' + OPEN_ALL, b'"\nundo all\n', rng.randbytes(5))
+    pieces = (b'"', b"\n", b"\r\n", b"\\", b"\\x22", b"!", b"#", b" ", b"?", b'"' + OPEN_ALL, b'"\nundo all\n',
+              rng.randbytes(5))  # fmt: skip
     text = b"".join(rng.choice(pieces) for _ in range(rng.randint(0, 5))).replace(b"\0", b"0")
     return text if len(text) <= longest else b'"'
 
@@ -238,8 +239,8 @@ def test_bindings_without_a_mac_keep_their_port(service, sent):
     service.bind("2001:db8::5", mac_number(5), vlan=10)
     service.bind("2001:db8::6", mac_number(6), 9, 10)  # which the switch does not have
     with snmp.managed(service) as manager:
-        columns = ((".7.1.1.1", INTEGER, 1), (".7.1.2.1", TEXT, "2001:db8::7"), (".7.1.4.1", INTEGER, 1), (".7.1.6.1", INTEGER, 4))
-        assert manager.set(*columns) == "ok"
+        row = ((".7.1.1.1", INTEGER, 1), (".7.1.2.1", TEXT, "2001:db8::7"), (".7.1.4.1", INTEGER, 1), (".7.1.6.1", INTEGER, 4))
+        assert manager.set(*row) == "ok"
     before = everything(service)
     assert before["bindings"][0] == ("2001:db8::7", ANY_MAC, 1, 0)
 

@@ -110,7 +110,7 @@ ConfigValues randomValues(Random *random) {
 
 TEST(ShellExact, AnyConfigurationIsMadeAgain) {
     Random random(20250611);
-    for (int round = 0; round < 4000; round++) {
+    for (int round = 0; round < 2000; round++) {
         const ConfigValues values = randomValues(&random);
         const std::string head = below(&random, 4) == 0 ? "" : HEAD;
         ExactConfig config;
@@ -129,7 +129,7 @@ TEST(ShellExact, AnyConfigurationIsMadeAgain) {
 TEST(ShellExact, TextOfAnotherMomentMakesNothingUp) {
     Random random(17);
     size_t taken = 0;
-    for (int round = 0; round < 8000; round++) {
+    for (int round = 0; round < 4000; round++) {
         ConfigValues before = randomValues(&random);
         ConfigValues after = before;
         const std::string text = randomText(&random, 79);
