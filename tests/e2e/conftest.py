@@ -18,9 +18,9 @@ LACKING = pytest.StashKey[int]()
 ANY_KERNEL = {
     f"test_{name}"
     for name in (
-        "information", "information_names", "information_shell", "package", "package_installed", "runningconfig", "shell",
+        "check", "information", "information_names", "information_shell", "package", "package_installed", "runningconfig", "shell",
         "shell_config", "shell_exact", "shell_guard", "shell_information", "snmp_bindings", "snmp_clients", "snmp_hostile",
-        "snmp_life", "snmp_set", "socket",
+        "snmp_life", "snmp_set", "socket", "start_line",
     )
 }  # fmt: skip
 
