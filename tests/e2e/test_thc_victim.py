@@ -235,3 +235,54 @@ def test_false_dhcp_clients(daemon, switch, network, attacker):
     assert daemon.counted(ROGUE) == places
     assert network.client(Dhclient, VICTIM).address().startswith(PREFIX)
     assert server.received("SOLICIT") == places + 1
+
+
+TO_SERVERS = {
+    frames.SOLICIT, frames.REQUEST, frames.CONFIRM, frames.RENEW, frames.REBIND, frames.RELEASE, frames.DECLINE,
+    frames.INFORMATION_REQUEST, frames.RELAY_FORW,
+}  # fmt: skip
+FUZZED = 2000  # messages
+
+
+def fuzz(daemon, switch, rogue, *command):
+    """Returns the fuzzed messages, and those that came out, by port. Each has gone through the daemon, once."""
+    flow.listen(switch)
+    before = daemon.counters(rogue.port)
+    rogue.run(FUZZED, command)
+    flow.settle(switch, rogue.port, trusted=(UPLINK,))
+    sent = [frame for frame in rogue.sent() if frames.dhcp_kind(frame) is not None]
+    fuzzed = [frame for frame in sent if not flow.is_marker(frame)]
+    assert len(fuzzed) > FUZZED // 2
+    grown = daemon.grown(rogue.port, before)
+    assert grown["delivered"] == len(sent) and not any("drop" in name.lower() for name in grown)
+    ours = set(fuzzed)
+    out = {port: [frame for frame in seen if frame in ours] for port, seen in flow.heard(switch).items()}
+    return fuzzed, {port: seen for port, seen in out.items() if seen}
+
+
+def test_fuzzed_messages_of_clients(daemon, switch, attacker):
+    """Whatever their options are, they go to the trusted port, if clients or relays send messages of this type."""
+    fuzzed, out = fuzz(daemon, switch, attacker, "fuzz_dhcps6", "-1", "-m", "eth0")
+    assert out == {UPLINK: [frame for frame in fuzzed if frames.dhcp_kind(frame) in TO_SERVERS]}
+
+
+@pytest.mark.parametrize("message", ["-7", "-D"], ids=["reply", "relay-reply"])
+def test_fuzzed_messages_of_servers(daemon, switch, attacker, message):
+    """From an untrusted port they go nowhere. Those whose type was fuzzed into a client's go where clients' messages go."""
+    switch.speak(VICTIM)
+    fuzzed, out = fuzz(daemon, switch, attacker, "fuzz_dhcpc6", message, "-m", "-v", "{victim}", "eth0")
+    assert out == {UPLINK: [frame for frame in fuzzed if frames.dhcp_kind(frame) in TO_SERVERS]}
+
+
+def test_fuzzed_messages_of_a_trusted_server(daemon, switch, attacker):
+    """What comes out is for the victim alone, as it was sent; the daemon reads all of it for leases."""
+    mac = switch.mac(VICTIM)
+    switch.speak(VICTIM)
+    switch.wire(VICTIM).send(frames.from_client(frames.REQUEST, mac))
+    daemon.until(lambda: daemon.counted(VICTIM) == 1, "the client is known")
+    server = Attacker(switch, UPLINK, victim=attacker.words["victim"])
+    try:
+        fuzzed, out = fuzz(daemon, switch, server, "fuzz_dhcpc6", "-7", "-v", "{victim}", "eth0")
+    finally:
+        server.close()
+    assert out == {VICTIM: fuzzed}
