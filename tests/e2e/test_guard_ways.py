@@ -67,7 +67,7 @@ def test_a_guarded_interface_made_again_while_no_daemon_runs_is_closed(switch, o
         switch.unplug(2)
         switch.plug(1)
         switch.plug(2)
-        everything = [packet(UNBOUND), packet(BOUND), packet(BOUND, tags=(10,)), packet(BOUND, tags=(10, 20)), packet(BOUND, tags=(0,) * 3)]
+        everything = [packet(UNBOUND), *[packet(BOUND, tags=tags) for tags in ((), (10,), (10, 20), (0,) * 3)]]
         assert out(1, *everything) == []
         rogue = frames.from_server(frames.ADVERTISE, mac_number(7))
         assert sent(2, rogue, packet(UNBOUND), trusted=()) == {other: [packet(UNBOUND)] for other in (1, 3, 4)}
@@ -167,7 +167,8 @@ def test_dhcpv6_from_a_group_address_is_dropped(daemon, sent):
 @pytest.mark.parametrize("words", ["flush ruleset", "delete table bridge snoopd6", "flush table bridge snoopd6"])
 def test_rules_that_are_gone_are_noticed(daemon, switch, words):
     def rules():
-        return [daemon.ctl("--json", "show", *what).count('"filter_rules": true') for what in (["platform"], ["dhcpv6-snooping"])]
+        shown = (daemon.ctl("--json", "show", what) for what in ("platform", "dhcpv6-snooping"))
+        return [text.count('"filter_rules": true') for text in shown]
 
     daemon.guard(1)
     kept = table_of(switch)
