@@ -14,6 +14,8 @@ import subprocess
 import tempfile
 import xml.etree.ElementTree
 
+from . import patience
+
 RELAYED = (12, 13)
 RELAY_MESSAGE, INTERFACE_ID, REMOTE_ID = 9, 18, 37
 LINK_ETHERNET = 1
@@ -113,7 +115,7 @@ def by_tshark(frames):
         file.flush()
         line = ["tshark", "-n", "-r", file.name, "-o", "udp.check_checksum:TRUE", "-T", "pdml"]
         environment = dict(os.environ, HOME=tempfile.gettempdir())  # no preferences but these
-        done = subprocess.run(line, capture_output=True, text=True, timeout=60, check=True, env=environment)
+        done = subprocess.run(line, capture_output=True, text=True, timeout=patience.seconds(60), check=True, env=environment)
     packets = [_tshark_frame(packet) for packet in xml.etree.ElementTree.fromstring(done.stdout).findall("packet")]
     assert len(packets) == len(frames)
     return packets
