@@ -130,7 +130,7 @@ struct LinuxPortCounters { // frames since the daemon started
     uint64_t delivered;     // handed to the daemon
     uint64_t sent;          // handed to the interface for the daemon
     uint64_t sendFailed;    // refused by the interface, or no room
-    uint64_t notDhcpv6;     // passed the socket's filter behind an extension header, but are something else
+    uint64_t notDhcpv6;     // passed the socket's filter in SNAP or behind an extension header, but are something else
     uint64_t dropMalformed; // headers that cannot be walked, or a UDP header that is cut off
     uint64_t dropFragment;  // first fragments of DHCPv6 messages
     uint64_t dropVlan;      // in a VLAN that the port is not a member of

@@ -45,23 +45,43 @@ Interfaces wanted() {
     return found;
 }
 
-// Puts the set in force, in one step.
-int32_t install(const Interfaces &interfaces) {
-    linuxNftBegin();
+void queueInterfaces(const Interfaces &interfaces) {
     linuxNftEmpty(TRAP_SET);
     linuxNftEmpty(NAME_SET);
     for (uint32_t i = 0; i < interfaces.count; i++) {
         linuxNftAdd(TRAP_SET, {reinterpret_cast<const uint8_t *>(&interfaces.ifindex[i]), sizeof(uint32_t)});
     }
+}
+
+void queueNames(const Interfaces &interfaces) {
     for (const LinuxPortName &name : linuxPortNamesAll(interfaces.names)) {
         linuxNftAdd(NAME_SET, name);
     }
+}
+
+// Puts the sets in force, in one step. When the trap is about to hold, the names follow in a second one: messages that pass
+// between the sockets' filters and the trap come twice, so the first step is kept short.
+int32_t install(const Interfaces &interfaces) {
+    const bool first = held.count == 0;
+    linuxNftBegin();
+    queueInterfaces(interfaces);
+    if (!first) {
+        queueNames(interfaces);
+    }
     int32_t error = linuxNftCommit();
+    if (error == 0) {
+        held = interfaces;
+    }
+    if (error == 0 && first) {
+        linuxNftBegin();
+        queueNames(interfaces);
+        error = linuxNftCommit();
+        held.names.count = error == 0 ? held.names.count : 0; // written with the next change
+    }
     if (error != 0) {
         linuxLog("cannot change the kernel's DHCPv6 trap: %s", strerror(-error));
         return -1;
     }
-    held = interfaces;
     return 0;
 }
 
