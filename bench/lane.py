@@ -30,6 +30,17 @@ def tool(name):
     return str(pathlib.Path(os.environ["SNOOPD6_BUILD"], "bench", name))
 
 
+@contextlib.contextmanager
+def built(folder):
+    """Programs are taken from this build folder meanwhile."""
+    own = os.environ["SNOOPD6_BUILD"]
+    os.environ["SNOOPD6_BUILD"] = str(folder)
+    try:
+        yield
+    finally:
+        os.environ["SNOOPD6_BUILD"] = own
+
+
 def favour(pid, processor):
     """Without the right to raise a priority, as in some containers, the figures only vary more."""
     os.sched_setaffinity(pid, {processor})
