@@ -7,9 +7,12 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -138,9 +141,20 @@ static std::string folder;
 
 const std::string &testFolder() { return folder; }
 
+// An ordinary user has rights in a user namespace of its own; the programs started here need one of them.
+static bool handRightOn() {
+    __user_cap_header_struct header = {.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+    __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+    if (syscall(SYS_capget, &header, data) != 0) {
+        return false;
+    }
+    data[0].inheritable |= 1u << CAP_NET_ADMIN;
+    return syscall(SYS_capset, &header, data) == 0 && prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_NET_ADMIN, 0, 0) == 0;
+}
+
 // The platform locks its network namespace; the machine's own may have a real daemon in it.
 static void leaveNetwork() {
-    if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
+    if (unshare(CLONE_NEWNET) != 0 && (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0 || !handRightOn())) {
         fprintf(stderr, "linux_unit: a network namespace of its own is refused: %s\n", strerror(errno));
         exit(EXIT_FAILURE);
     }
