@@ -68,7 +68,7 @@ class Way:
     burst: int = 0  # most packets at once, 0 for any number
 
     def load(self, port, sources):
-        """The words that packet_gen takes for it."""
+        """Returns the arguments of packet_gen, from the frame on."""
         address = 14 + 4 * len(self.tags) + 8 + 12  # its last four bytes
         offsets = {"lease": (8, address), "address": (address,), "": ()}[self.bound]
         mac = _first_mac(port) if self.bound == "lease" else _host_mac(port)
@@ -111,7 +111,7 @@ class Crossing:
         return json.loads(status)[0]["stats64"]["rx"]["packets"]
 
     def send(self, way, port, sources, count, arriving=True):
-        """Nanoseconds of all packets; all of them must arrive, or none."""
+        """Sends packets and returns how many nanoseconds they took together. All of them must arrive, or none."""
         if way.burst:
             time.sleep(REFILL)
         before, expected = self._arrived(), count if arriving else 0
@@ -123,7 +123,7 @@ class Crossing:
         return float(done.stdout) * count
 
     def bind(self, way, count):
-        """Goes on until so many sources are bound; the first ones are when this is called for the first time."""
+        """Binds further sources, until there are so many."""
         for number in range(self.bound + 1, count + 1):
             mac, port = (frames.mac_number(number), GUARDED) if way.bound == "lease" else (ANY_MAC, 0)
             self.running.bind(f"{ADDRESSES}{number >> 16:x}:{number & 0xFFFF:x}", mac, port, way.vlan)
@@ -135,14 +135,14 @@ class Crossing:
 
 
 def builds():
-    """The build folders that are measured, by name."""
+    """Returns the build folders to measure, by name."""
     before = os.environ.get("SNOOPD6_BEFORE")
     return {NOW: os.environ["SNOOPD6_BUILD"]} | ({BEFORE: before} if before else {})
 
 
 @contextlib.contextmanager
 def crossings():
-    """A switch with the daemon of each build; the tools are this build's."""
+    """Starts the daemon of each build on a switch of its own; the tools are always this build's."""
     with contextlib.ExitStack() as stack:
         made = []
         for build, folder in builds().items():
@@ -153,7 +153,7 @@ def crossings():
 
 
 def _groups():
-    """Ways that the same bindings let pass, together; what needs none comes last."""
+    """Returns the ways grouped by the bindings that let them pass; those that need none come last."""
     groups = {}
     for way in WAYS:
         groups.setdefault((way.bound, way.vlan) if way.bound else None, []).append(way)
@@ -161,8 +161,9 @@ def _groups():
 
 
 def measured(entries, rounds, cost):
-    """For each way and number of entries, what `cost` says of each build's open and guarded port, round by round: a list of
-    (words, entries, {build: {"open": [...], "guarded": [...]}}). Whatever needs no binding is measured with all entries."""
+    """Measures each way with each number of entries, on the open and the guarded port of each build, round by round. Returns
+    a list of (words, entries, {build: {"open": costs, "guarded": costs}}), in the order of WAYS. A way that needs no binding is
+    measured once, with the most entries, and has None there."""
     rows = []
     with crossings() as made:
         bound = None
@@ -178,7 +179,8 @@ def measured(entries, rounds, cost):
                     crossing.bind(bound, count)
                 shown = count if key is not None else None
                 rows += [(way.words, shown, _rounds(made, way, count, rounds, cost)) for way in ways]
-    return rows
+    order = [way.words for way in WAYS]
+    return sorted(rows, key=lambda row: order.index(row[0]))
 
 
 def _rounds(made, way, count, rounds, cost):
@@ -194,7 +196,7 @@ def _rounds(made, way, count, rounds, cost):
 
 
 def nanoseconds(packets):
-    """The cost of a packet on this machine, for `measured`."""
+    """Returns a `cost` for `measured`: nanoseconds of a packet."""
 
     def cost(crossing, way, port, count):
         sent = way.burst or packets
@@ -204,7 +206,7 @@ def nanoseconds(packets):
 
 
 def instructions(packets):
-    """The same in the emulated machine: what the second half of a load adds, so that starting and ending one does not count."""
+    """Returns one for the emulated machine: what the second half of a load adds, without the cost of starting and ending it."""
 
     def cost(crossing, way, port, count):
         half = way.burst // 2 or packets

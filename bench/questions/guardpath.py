@@ -4,20 +4,21 @@ from bench import crossing, emulated, result, svg
 
 TITLE = "Packets across the bridge, by a guarded port and by an open one"
 HOW = """\
-Two hosts send to a third one on a switch with snooping on. The port of one of them is guarded, that of the other is open. The
-packets are UDP in IPv6 with 64 bytes of payload; all bound sources send in turn. Sources called `leased` are bound to MAC
-address, port and VLAN, as a lease binds them, and each has a MAC address of its own; without a tag the VLAN is the native one.
-Those bound by address only pass by the last set that the rules look at. Unicast neighbour solicitations and IPv4 need no
-binding; the guarded port has the largest number of sources, bound by address only, beside them. Every packet arrived, and none
-did before its source was bound.
+Two hosts send to a third one on a switch with snooping on. The port of one of them is guarded, that of the other is
+open. The packets are UDP in IPv6 with 64 bytes of payload; all bound sources send in turn. Sources called `leased` are
+bound to MAC address, port and VLAN, as a lease binds them, and each has a MAC address of its own; without a tag the
+VLAN is the native one. Those bound by address only pass by the last set that the rules look at. Unicast neighbour
+solicitations and IPv4 need no binding; the guarded port has the largest number of sources, bound by address only,
+beside them. Every packet arrived, and none did before its source was bound.
 
-Nanoseconds: the sender's processor does all the work up to the far end, so the time of a packet is the time of the way. The open
-and the guarded port take turns in every round, and so do both builds where `--before` names an earlier one; a ratio is the
-median of the rounds. Neighbour solicitations are sent 1,600 at a time, because the guard limits their rate.
+Nanoseconds: the sender's processor does all the work up to the far end, so the time of a packet is the time of the way.
+The open and the guarded port take turns in every round, and so do both builds where `--before` names an earlier one; a
+ratio is the median of the rounds. Neighbour solicitations are sent 1,600 at a time, because the guard limits their
+rate.
 
-Instructions: the same loads in a machine that QEMU emulates (`tests/stock-kernel --virtual-time`), whose clock counts
-instructions, of user and kernel. A packet is what a load of twice the packets takes more, divided by their number. Other work on
-the machine does not change these figures."""
+Instructions: smaller loads of the same packets in a machine that QEMU emulates (`tests/stock-kernel --virtual-time`),
+whose clock counts instructions, of user and kernel. A packet is what a load of twice the packets takes more, divided by
+their number. Other work on this machine does not change these figures."""
 
 ENTRIES = (10, 2048, 20000)
 COLUMNS = ["packet", "entries", "port open", "guarded", "lowest to highest", "to open"]
