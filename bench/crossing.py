@@ -22,7 +22,7 @@ GUARDED, TARGET, OPEN = 1, 2, 3  # ports
 VLAN, INNER = 10, (5, frames.ETH_8021Q)
 NOW, BEFORE = "now", "before"  # builds
 TARGET_MAC, TARGET_ADDRESS = "02:0c:ff:00:00:02", "2001:db8:f::2"
-ADDRESSES = "2001:db8:b::"  # of the sources; their number stands in the last four bytes
+ADDRESSES = "2001:db8:b::"  # prefix of the sources; the last four bytes hold a source's number
 AGEING = 10_000_000  # centiseconds: longer than a run, also where time is virtual
 ETH_IPV4, ICMPV6, NEIGHBOUR_SOLICITATION = 0x0800, 58, 135
 DISCOVERY = 1600  # packets at once: fewer than the guard lets a port send in a burst
@@ -30,7 +30,7 @@ REFILL = 2.0  # seconds, until it lets so many pass again
 
 
 def _first_mac(port):
-    """Of sources that are behind this port; their number stands in the last four bytes."""
+    """MAC addresses of the sources on this port; the last four bytes hold a source's number."""
     return "02:0c:00:00:00:00" if port == GUARDED else "02:0d:00:00:00:00"
 
 

@@ -30,7 +30,7 @@ class Sender:
     victim_mac: str
     victim: str  # its link-local address
     victim_global: str
-    bound: str  # a source address that a guarded port is told to let in
+    bound: str  # a source address that is bound on the guarded port
     segment: callable
 
     def frame(self, packet, tags=(), ether_type=ETH_IPV6, mac=None):
@@ -59,7 +59,7 @@ def tags_name(tags):
 
 # ---- Next headers and chains of extension headers --------------------------------------------------------------------------
 
-DEPTHS = range(4)  # numbers of tags around what is not about tags
+DEPTHS = range(4)  # numbers of tags for the cases that vary something else
 ATOMIC, FIRST, LATER = "atomic fragment", "first fragment", "later fragment"
 EXTENSIONS = {
     "hop-by-hop": (HOP_BY_HOP, lambda following, _: frames.options_header(following)),

@@ -31,7 +31,7 @@ def interface_address(prefix, mac):
 
 
 class Router:
-    """radvd on the host behind a port. Its own global address ends with ::1."""
+    """Runs radvd on the host at a port. The router's own global address ends with ::1."""
 
     def __init__(self, switch, port, prefix, managed=False):
         """`managed`: hosts get their addresses by DHCPv6 and make none themselves."""
@@ -55,7 +55,7 @@ class Router:
 
 
 class Host:
-    """The kernel of the host behind a port, with duplicate address detection."""
+    """A host at a port whose kernel configures its addresses, with duplicate address detection."""
 
     def __init__(self, switch, port):
         self.name, self.port, self.mac = switch.host(port), port, switch.mac(port)
@@ -90,7 +90,7 @@ class Host:
         self.until(lambda: "dadfailed" in self._addresses()[address], f"{address} is no duplicate")
 
     def neighbour(self, address):
-        """The MAC address that the host knows of a neighbour, None when there is none."""
+        """Returns the MAC address in the host's neighbour cache, or None."""
         shown = json.loads(netns.run(self.name, "ip", "-j", "-6", "neigh", "show", "to", address, "dev", "eth0"))
         return next((entry.get("lladdr") for entry in shown), None)
 

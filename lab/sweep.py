@@ -1,5 +1,5 @@
-"""The sweep: every case of `encapsulations` is sent from one port to a real host behind another, whose kernel unwraps what it
-can. Which datagrams do its sockets get, from an open switch, through the trap, and through the guard?
+"""The sweep sends every case of `encapsulations` from one port to a real host on another port. The host's kernel unwraps what
+it can, and its sockets show which datagrams arrive: on an open switch, through the trap, and through the guard.
 
     python3 -m lab.sandbox python3 -m lab.sweep      # prints the table of docs/encapsulations.md, after ./test build
 """
