@@ -30,12 +30,12 @@ REFILL = 2.0  # seconds, until it lets so many pass again
 
 
 def _first_mac(port):
-    """MAC addresses of the sources on this port; the last four bytes hold a source's number."""
+    """Returns the MAC address of the port's source number 0; the last four bytes hold the number."""
     return "02:0c:00:00:00:00" if port == GUARDED else "02:0d:00:00:00:00"
 
 
 def _host_mac(port):
-    """Of the one station that sends where the packets' MAC addresses do not differ."""
+    """Returns the MAC address of the one station that sends all packets where their MAC addresses do not differ."""
     return _first_mac(port)[:-1] + "1"
 
 
