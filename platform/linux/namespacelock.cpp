@@ -35,8 +35,8 @@ unsigned int ownerOfGroup() {
     return found ? owner : 0;
 }
 
-// Returns 0, or the negative errno that the kernel or its answer's way gave.
-int32_t bindGroup() {
+// Asks the kernel for something about a group. Returns 0, or the negative errno that the kernel or its answer's way gave.
+int32_t ask(uint16_t group, const nfulnl_msg_config_cmd *command) {
     alignas(nlmsghdr) char bytes[256] = {};
     nlmsghdr *message = mnl_nlmsg_put_header(bytes);
     message->nlmsg_type = NFNL_SUBSYS_ULOG << 8 | NFULNL_MSG_CONFIG;
@@ -44,15 +44,29 @@ int32_t bindGroup() {
     nfgenmsg *head = static_cast<nfgenmsg *>(mnl_nlmsg_put_extra_header(message, sizeof(nfgenmsg)));
     head->nfgen_family = AF_UNSPEC;
     head->version = NFNETLINK_V0;
-    head->res_id = htons(LOCK_GROUP);
-    const nfulnl_msg_config_cmd command = {.command = NFULNL_CFG_CMD_BIND};
-    mnl_attr_put(message, NFULA_CFG_CMD, sizeof command, &command);
+    head->res_id = htons(group);
+    if (command != nullptr)
+        mnl_attr_put(message, NFULA_CFG_CMD, sizeof *command, command);
     if (mnl_socket_sendto(lock, message, message->nlmsg_len) < 0)
         return -errno;
     const ssize_t n = mnl_socket_recvfrom(lock, bytes, sizeof bytes);
     if (n < 0)
         return -errno;
     return mnl_cb_run(bytes, static_cast<size_t>(n), 0, mnl_socket_get_portid(lock), nullptr, nullptr) < 0 ? -errno : 0;
+}
+
+// Whether this process may ask about groups at all. The kernel has one error for a missing right and for a group that is
+// somebody else's; of a group that nobody has it says that there is none.
+bool mayAsk() { return ask(LOCK_GROUP + 1, nullptr) != -EPERM; }
+
+// The list of owners is for root only.
+[[noreturn]] void sayTaken() {
+    const unsigned int owner = ownerOfGroup();
+    char process[32] = "";
+    if (owner != 0)
+        snprintf(process, sizeof process, " (process %u)", owner);
+    linuxFatal("another snoopd6%s serves this network namespace; stop that one first (it holds group %u in %s)", process,
+               LOCK_GROUP, OWNERS);
 }
 
 } // namespace
@@ -63,11 +77,10 @@ void linuxNamespaceLock() {
     if (lock == nullptr || mnl_socket_bind(lock, 0, MNL_SOCKET_AUTOPID) < 0 ||
         setsockopt(mnl_socket_get_fd(lock), SOL_SOCKET, SO_RCVTIMEO, &second, sizeof second) != 0)
         linuxFatal("the network namespace cannot be locked (nfnetlink): %s", strerror(errno));
-    const int32_t error = bindGroup();
-    const unsigned int owner = error == 0 ? 0 : ownerOfGroup();
-    if (owner != 0)
-        linuxFatal("another snoopd6 (process %u) serves this network namespace; stop that one first (it holds group %u in %s)",
-                   owner, LOCK_GROUP, OWNERS);
+    const nfulnl_msg_config_cmd bind = {.command = NFULNL_CFG_CMD_BIND};
+    const int32_t error = ask(LOCK_GROUP, &bind);
+    if ((error == -EPERM || error == -EBUSY) && mayAsk())
+        sayTaken();
     if (error != 0)
         linuxFatal("the network namespace cannot be locked (nfnetlink_log, group %u): %s", LOCK_GROUP, strerror(-error));
 }

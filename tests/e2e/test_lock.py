@@ -6,10 +6,11 @@ import fcntl
 import os
 import socket
 import struct
+import subprocess
 
 import pytest
 from lab import netns
-from lab.daemon import Daemon
+from lab.daemon import Daemon, program
 from lab.frames import SOLICIT, from_client, mac_number
 from lab.machine import possible
 
@@ -64,7 +65,11 @@ def stranger(namespace, path):
         assert os.waitpid(child, 0)[1] == 0
 
 
-@pytest.mark.skipif(not possible(), reason="needs another user, which the user namespace of an ordinary user lacks")
+pytestmark = pytest.mark.skipif(
+    not possible(), reason="needs another user, which the user namespace of an ordinary user lacks"
+)
+
+
 @pytest.mark.parametrize("end", ["stop", "kill"])
 def test_a_local_user_cannot_keep_the_daemon_from_starting(switch, sent, end):
     daemon = Daemon(switch)
@@ -79,5 +84,26 @@ def test_a_local_user_cannot_keep_the_daemon_from_starting(switch, sent, end):
             assert file == (errno.EACCES if end == "kill" else errno.ENOENT)
             assert group == errno.EPERM
             daemon.stop()
+    finally:
+        daemon.close()
+
+
+def test_a_second_daemon_of_a_user_with_the_rights(switch):
+    """As the service runs: the kernel does not tell it who holds the lock, but that somebody does."""
+    daemon = Daemon(switch)
+    run = daemon.folder / "second"
+    try:
+        daemon.start()
+        run.mkdir()
+        os.chown(run, NOBODY, NOBODY)
+        rights = "+net_admin,+net_raw"
+        user = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", "--inh-caps", rights, "--ambient-caps", rights]
+        done = subprocess.run(
+            netns.command(switch.namespace, [*user, program("snoopd6")]), env=daemon.environment() | {"SNOOPD6_RUN": str(run)},
+            stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=30, check=False,
+        )  # fmt: skip
+        assert done.returncode == 1
+        assert done.stderr.startswith("snoopd6: another snoopd6 serves this network namespace; stop that one first")
+        assert list(run.iterdir()) == []
     finally:
         daemon.close()
