@@ -34,6 +34,7 @@ struct Cursor {
     bool firstFragment;             // more fragments follow this one
     bool blind;                     // the kernel's rules read only raw offsets here
     bool lost;                      // the kernel's rules cannot follow to this header
+    bool unsearchable;              // the kernel does not find a fragment header here: it stops at an earlier header
 };
 
 bool isHarmless(uint8_t next) { return std::ranges::find(LINUX_IP6_HARMLESS, next) != LINUX_IP6_HARMLESS.end(); }
@@ -93,7 +94,8 @@ bool stepOver(Cursor *c, uint32_t *verdict) {
             return false;
         }
         if ((offsetAndFlags & 0xFFF8u) != 0) { // harmless without the first fragment, which is held back
-            *verdict = c->blind && c->headers != 0 ? LINUX_WALK_MALFORMED : other(*c);
+            const bool hidden = c->blind ? c->headers != 0 : c->unsearchable;
+            *verdict = hidden ? LINUX_WALK_MALFORMED : LINUX_WALK_OTHER;
             return false;
         }
         c->fragmentHeader = true;
@@ -104,6 +106,7 @@ bool stepOver(Cursor *c, uint32_t *verdict) {
         return false;
     }
     c->lost = c->lost || !kernelFollows(*c, header[0], length);
+    c->unsearchable = c->unsearchable || c->next == NH_MOBILITY || c->next == NH_HIP || c->next == NH_SHIM6;
     c->headers++;
     c->next = header[0];
     c->at += length;

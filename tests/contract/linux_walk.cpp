@@ -268,6 +268,10 @@ TEST(LinuxWalk, CountsWhatTheTrapCannotFollow) {
         EXPECT_EQ(verdict(ip6(next, options(17) + udp(53))), LINUX_WALK_MALFORMED) << int{next};
         EXPECT_EQ(verdict(ip6(next, options(60) + options(6) + tcp())), LINUX_WALK_MALFORMED) << int{next};
     }
+    // A later fragment passes wherever the kernel finds its fragment header: it steps over authentication, not over these.
+    EXPECT_EQ(verdict(ip6(51, authentication(44, 24) + fragment(17, 9, true) + zeros(8))), LINUX_WALK_OTHER);
+    for (uint8_t next : Bytes{135, 139, 140})
+        EXPECT_EQ(verdict(ip6(next, options(44) + fragment(17, 9, true) + zeros(8))), LINUX_WALK_MALFORMED) << int{next};
     EXPECT_EQ(verdict(ip6(0, options(17) + udp(53)), TWO_TAGS), LINUX_WALK_MALFORMED);
     EXPECT_EQ(verdict(ip6(60, options(6) + tcp()), TWO_TAGS), LINUX_WALK_MALFORMED);
     EXPECT_EQ(verdict(ip6(0, options(44) + fragment(17, 9, true) + zeros(8)), TWO_TAGS), LINUX_WALK_MALFORMED);
