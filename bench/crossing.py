@@ -61,7 +61,7 @@ class Way:
     """A packet, and what it has to be bound by to pass a guarded port."""
 
     words: str
-    bound: str = ""  # "lease" or "address"; nothing for what passes without
+    bound: str = ""  # "lease", "port" and MAC address, "mac" or "address"; nothing for what passes without
     vlan: int = 0  # of the binding, 0 for any
     tags: tuple = ()
     make: object = _udp  # the frame of a MAC address and tags
@@ -70,8 +70,8 @@ class Way:
     def load(self, port, sources):
         """Returns the arguments of packet_gen, from the frame on."""
         address = 14 + 4 * len(self.tags) + 8 + 12  # its last four bytes
-        offsets = {"lease": (8, address), "address": (address,), "": ()}[self.bound]
-        mac = _first_mac(port) if self.bound == "lease" else _host_mac(port)
+        offsets = {"": (), "address": (address,)}.get(self.bound, (8, address))
+        mac = _first_mac(port) if len(offsets) == 2 else _host_mac(port)
         words = [self.make(mac, self.tags).hex()]
         return [*words, str(sources), *map(str, offsets)] if offsets else words
 
@@ -82,6 +82,10 @@ WAYS = (
     Way("leased, two tags", "lease", VLAN, (VLAN, INNER)),
     Way("bound by address only, no tag", "address"),
     Way("bound by address only, two tags", "address", tags=(VLAN, INNER)),
+    Way("bound by port and MAC address, no tag", "port"),
+    Way("bound by port and MAC address, two tags", "port", tags=(VLAN, INNER)),
+    Way("bound by MAC address, no tag", "mac"),
+    Way("bound by MAC address, two tags", "mac", tags=(VLAN, INNER)),
     Way("neighbour solicitation, not bound", make=_solicitation, burst=DISCOVERY),
     Way("IPv4", make=_ipv4),
 )
@@ -125,7 +129,8 @@ class Crossing:
     def bind(self, way, count):
         """Binds further sources, until there are so many."""
         for number in range(self.bound + 1, count + 1):
-            mac, port = (frames.mac_number(number), GUARDED) if way.bound == "lease" else (ANY_MAC, 0)
+            mac = ANY_MAC if way.bound == "address" else frames.mac_number(number)
+            port = GUARDED if way.bound in ("lease", "port") else 0
             self.running.bind(f"{ADDRESSES}{number >> 16:x}:{number & 0xFFFF:x}", mac, port, way.vlan)
         self.bound = count
 

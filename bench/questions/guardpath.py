@@ -7,9 +7,9 @@ HOW = """\
 Two hosts send to a third one on a switch with snooping on. The port of one of them is guarded, that of the other is
 open. The packets are UDP in IPv6 with 64 bytes of payload; all bound sources send in turn. Sources called `leased` are
 bound to MAC address, port and VLAN, as a lease binds them, and each has a MAC address of its own; without a tag the
-VLAN is the native one. Those bound by address only pass by the last set that the rules look at. Unicast neighbour
-solicitations and IPv4 need no binding; the guarded port has the largest number of sources, bound by address only,
-beside them. Every packet arrived, and none did before its source was bound.
+VLAN is the native one. All others are in the map of bound sources, which is looked at first. Unicast neighbour
+solicitations and IPv4 need no binding; the guarded port has the largest number of sources, bound by MAC address, beside
+them. Every packet arrived, and none did before its source was bound.
 
 Nanoseconds: the sender's processor does all the work up to the far end, so the time of a packet is the time of the way.
 The open and the guarded port take turns in every round, and so do both builds where `--before` names an earlier one; a

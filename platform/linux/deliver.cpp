@@ -132,6 +132,12 @@ bool sourceMayPass(uint32_t port0, const Tagged &tagged, uint32_t sourceOffset) 
            linuxGuardAdmits(port0, tagged.vlan, tagged.frame + MAC_LENGTH, source);
 }
 
+// A group's MAC address, or none at all. The bridge drops their frames, and a filter with no MAC address would stand for any.
+bool isNobodysMac(const uint8_t *mac) {
+    constexpr uint8_t NONE[MAC_LENGTH] = {};
+    return (mac[0] & 1u) != 0 || memcmp(mac, NONE, sizeof NONE) == 0;
+}
+
 // The counter of frames that the daemon never sees.
 uint64_t *counterOf(LinuxPortCounters *counters, uint32_t verdict) {
     switch (verdict) {
@@ -167,7 +173,7 @@ void linuxDeliver(const LinuxIngress &ingress, LinuxRawFrame *raw) {
         (*counterOf(counters, ingress.trapHolds ? walk.verdict : LINUX_WALK_OTHER))++;
         return;
     }
-    if ((tagged.frame[MAC_LENGTH] & 1u) != 0) {
+    if (isNobodysMac(tagged.frame + MAC_LENGTH)) {
         counters->dropSender++;
         return;
     }

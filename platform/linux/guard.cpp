@@ -11,6 +11,7 @@
 #include "platform/linux/guarddenial.h"
 #include "platform/linux/guardkeys.h"
 #include "platform/linux/guardnames.h"
+#include "platform/linux/guardsources.h"
 #include "platform/linux/ipv6walk.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/nftset.h"
@@ -176,7 +177,9 @@ int32_t clearFilters() {
     linuxNftBegin();
     for (const char *set : {"f_port", "f_port_any", "f_vlan", "f_vlan_any", "f_native", "f_native_any"})
         linuxNftEmpty(set);
-    return linuxNftCommit();
+    const int32_t error = linuxNftCommit();
+    const int32_t refused = linuxGuardSourcesRewrite();
+    return error == 0 ? refused : error;
 }
 
 int32_t moveDenials(const Moves &moves, bool stricter) {
@@ -225,10 +228,16 @@ int32_t linuxGuardFilterAdd(const LinuxGuardKey *key) {
     auto *filter = static_cast<LinuxGuardFilter *>(calloc(1, sizeof(LinuxGuardFilter)));
     if (filter == nullptr)
         return -ENOMEM;
+    if (!linuxGuardSourceBind(key)) {
+        free(filter);
+        return -ENOMEM;
+    }
     linuxNftBegin();
     queueFilterIn(key);
+    linuxGuardSourceQueueIn(key);
     const int32_t error = linuxNftCommit();
     if (error != 0) {
+        linuxGuardSourceUnbind(key);
         free(filter);
         return error;
     }
@@ -244,6 +253,7 @@ int32_t linuxGuardFilterRemove(const LinuxGuardKey *key) {
     for (const bool strict : {true, false}) {
         linuxNftBegin();
         queueFilterOut(key, elementsOf(key), strict);
+        linuxGuardSourceQueueOut(key, strict);
         const int32_t refused = linuxNftCommit();
         error = error == 0 ? refused : error;
         if (refused != -ENOENT)
@@ -252,6 +262,7 @@ int32_t linuxGuardFilterRemove(const LinuxGuardKey *key) {
     // An element that somebody else took away is gone all the same, and the other one now too.
     if (error != 0 && error != -ENOENT)
         return error;
+    linuxGuardSourceUnbind(key);
     free(avlDelete(&filters, key, compareKeys));
     return error;
 }
@@ -269,6 +280,8 @@ void linuxGuardFiltersForget(uint32_t port) {
             continue;
         const LinuxGuardKey key = filter->key;
         queueFilterOut(&key, elementsOf(&key), false);
+        linuxGuardSourceQueueOut(&key, false);
+        linuxGuardSourceUnbind(&key);
         free(avlDelete(&filters, &key, compareKeys));
         if (++queued % COMMIT_AFTER != 0)
             continue;
@@ -351,8 +364,9 @@ const LinuxGuardFilter *linuxGuardNext(const LinuxGuardKey *after) {
 
 bool linuxGuardInKernel(const LinuxGuardKey *key) {
     const LinuxGuardElements elements = elementsOf(key);
+    const bool written = elements.count != 0 || key->kind == LINUX_FILTER_ADDRESS;
     for (uint32_t i = 0; i < elements.count; ++i)
         if (linuxNftGet(elements.element[i].set, keyOf(elements.element[i]), nullptr) != 0)
             return false;
-    return elements.count != 0;
+    return written && linuxGuardSourceInKernel(key);
 }

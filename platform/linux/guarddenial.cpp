@@ -59,8 +59,8 @@ int32_t setClosed(uint32_t port0, bool close, bool strict) {
 }
 
 uint64_t packetsOf(const char *set, std::span<const uint8_t> key) {
-    LinuxNftCount count{};
-    return linuxNftGet(set, key, &count) == 0 ? count.packets : 0;
+    LinuxNftElement element{};
+    return linuxNftGet(set, key, &element) == 0 ? element.packets : 0;
 }
 
 // Adds what the interface of a port has counted.

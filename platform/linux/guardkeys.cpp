@@ -16,26 +16,21 @@ void append(LinuxGuardElement *element, const void *bytes, uint32_t length) {
     element->length += (length + 3) / 4 * 4;
 }
 
-bool anyMac(const LinuxGuardKey *key) {
-    constexpr uint8_t ZERO[6] = {};
-    return memcmp(key->mac, ZERO, sizeof ZERO) == 0;
-}
-
 // interface . MAC . address, or without the MAC where any will do.
 void portElement(const LinuxGuardKey *key, uint32_t ifindex, const char *withMac, const char *withoutMac,
                  LinuxGuardElements *elements) {
-    LinuxGuardElement *element = begin(elements, anyMac(key) ? withoutMac : withMac);
+    LinuxGuardElement *element = begin(elements, linuxGuardAnyMac(key) ? withoutMac : withMac);
     append(element, &ifindex, sizeof ifindex); // host order
-    if (!anyMac(key))
+    if (!linuxGuardAnyMac(key))
         append(element, key->mac, sizeof key->mac);
     append(element, key->address, sizeof key->address);
 }
 
 void vlanElement(const LinuxGuardKey *key, uint32_t ifindex, LinuxGuardElements *elements) {
     const uint8_t vlan[2] = {static_cast<uint8_t>(key->vlan >> 8), static_cast<uint8_t>(key->vlan)};
-    LinuxGuardElement *element = begin(elements, anyMac(key) ? "f_vlan_any" : "f_vlan");
+    LinuxGuardElement *element = begin(elements, linuxGuardAnyMac(key) ? "f_vlan_any" : "f_vlan");
     append(element, &ifindex, sizeof ifindex);
-    if (!anyMac(key))
+    if (!linuxGuardAnyMac(key))
         append(element, key->mac, sizeof key->mac);
     append(element, vlan, sizeof vlan);
     append(element, key->address, sizeof key->address);
@@ -43,10 +38,14 @@ void vlanElement(const LinuxGuardKey *key, uint32_t ifindex, LinuxGuardElements 
 
 } // namespace
 
+bool linuxGuardAnyMac(const LinuxGuardKey *key) {
+    constexpr uint8_t ZERO[6] = {};
+    return memcmp(key->mac, ZERO, sizeof ZERO) == 0;
+}
+
 void linuxGuardElements(const LinuxGuardKey *key, LinuxGuardPlace place, LinuxGuardElements *elements) {
     elements->count = 0;
     switch (key->kind) {
-    case LINUX_FILTER_ADDRESS: append(begin(elements, "f_addr"), key->address, sizeof key->address); break;
     case LINUX_FILTER_MAC_ADDRESS: {
         LinuxGuardElement *element = begin(elements, "f_mac_addr");
         append(element, key->mac, sizeof key->mac);

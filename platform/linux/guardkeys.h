@@ -22,5 +22,9 @@ struct LinuxGuardElements {
     LinuxGuardElement element[2];
 };
 
-// The elements of a filter; none for a port without an interface.
+// Whether a filter with a port takes its address from any MAC.
+[[nodiscard]] bool linuxGuardAnyMac(const LinuxGuardKey *key);
+
+// The elements of a filter in the sets; none for a port without an interface, nor for an address alone, which is in the map of
+// sources (guardsources.h).
 void linuxGuardElements(const LinuxGuardKey *key, LinuxGuardPlace place, LinuxGuardElements *elements);

@@ -27,17 +27,17 @@ constexpr const char *DISPATCH = R"nft(
 table bridge snoopd6
 delete table bridge snoopd6
 table bridge snoopd6 {
-	set trap_if { typeof iif; }
+	set trap_if { typeof iif; size 256; }
 	set trap_name { typeof iifname; }
-	set guard_if { typeof iif; }
+	set guard_if { typeof iif; size 256; }
 	set guard_name { typeof iifname; counter; }
-	set ra_closed_if { typeof iif; }
-	set exempt_if { typeof iif; }
+	set ra_closed_if { typeof iif; size 256; }
+	set exempt_if { typeof iif; size 256; }
 	set exempt_vlan { typeof @ll,112,16; }
 	set foreign_tag { typeof ether type; }
 	set nd_types { typeof @nh,320,8; }
 	set mld_types { typeof @nh,384,8; }
-	set f_addr { typeof @nh,64,128; }
+	map f_source { typeof @nh,64,128 : verdict; }
 	set f_mac_addr { typeof ether saddr . @nh,64,128; }
 	set f_port { typeof iif . ether saddr . @nh,64,128; }
 	set f_port_any { typeof iif . @nh,64,128; }
@@ -172,7 +172,9 @@ constexpr const char *RA_GUARD = R"nft(
 // The guard, once for IPv6 after no tag or one and once after two: %N,L is a field of the IPv6 header, ~ the chains' suffix,
 // ^N a length of the packet as `meta length` counts it.
 //
-// A priority tag (VLAN 0) counts as none, and so does one of a type that is payload to the bridge.
+// The map of sources comes first: whoever is in it with no port, MAC address or VLAN passes at once, and whoever is not in it
+// can only have a lease. A priority tag (VLAN 0) counts as none, and so does one of a type that is payload to the bridge; no
+// filter names VLAN 0.
 //
 // Without a binding only what a host needs to get on the link passes, in the form that RFC 4861, 4862, 3810 and 6980 allow it:
 // no router further away sent it (hop limit), no header hides it, its source is the link's or none yet, and it has no room for
@@ -180,26 +182,44 @@ constexpr const char *RA_GUARD = R"nft(
 // 335 its code, from 384 on the target; a listener report has them 64 bits further on, after the router alert and its padding.
 constexpr const char *GUARD = R"nft(
 	chain guard_vlan~ {
-		ether type @foreign_tag goto guard_native~
-		@ll,112,16 & 0x0fff 0 goto guard_native~
 		iif @ra_closed_if jump ra_guard~
+		jump source_in_vlan~
+		iif . ether saddr . %64,128 @f_port accept
+		ether saddr . %64,128 @f_mac_addr accept
+		iif . %64,128 @f_port_any accept
+		goto in_vlan~
+	}
+	chain source_in_vlan~ {
+		%64,128 vmap @f_source
+		goto in_vlan~
+	}
+	chain in_vlan~ {
+		ether type @foreign_tag goto in_native~
 		iif . ether saddr . @ll,112,16 & 0x0fff . %64,128 @f_vlan accept
 		iif . @ll,112,16 & 0x0fff . %64,128 @f_vlan_any accept
+		@ll,112,16 & 0x0fff 0 goto in_native~
 		@ll,112,16 & 0x0fff @exempt_vlan accept
-		goto guard_any_vlan~
+		goto unbound~
 	}
 	chain guard_native~ {
 		iif @ra_closed_if jump ra_guard~
+		jump source_in_native~
+		iif . ether saddr . %64,128 @f_port accept
+		ether saddr . %64,128 @f_mac_addr accept
+		iif . %64,128 @f_port_any accept
+		goto in_native~
+	}
+	chain source_in_native~ {
+		%64,128 vmap @f_source
+		goto in_native~
+	}
+	chain in_native~ {
 		iif . ether saddr . %64,128 @f_native accept
 		iif . %64,128 @f_native_any accept
 		iif @exempt_if accept
-		goto guard_any_vlan~
+		goto unbound~
 	}
-	chain guard_any_vlan~ {
-		iif . ether saddr . %64,128 @f_port accept
-		iif . %64,128 @f_port_any accept
-		ether saddr . %64,128 @f_mac_addr accept
-		%64,128 @f_addr accept
+	chain unbound~ {
 		%48,8 58 %56,8 255 %320,8 @nd_types %328,8 0 goto discovery~
 		%48,8 0 %56,8 1 %320,16 0x3a00 %384,8 @mld_types %392,8 0 goto listener~
 		goto refuse~

@@ -34,7 +34,19 @@ char *room() {
     return batch + used;
 }
 
-void change(uint16_t type, const char *setName, std::span<const uint8_t> key) {
+// The verdict as the kernel knows it; meaningless for none.
+uint32_t numberOf(LinuxNftVerdict verdict) {
+    return verdict == LinuxNftVerdict::accept ? static_cast<uint32_t>(NF_ACCEPT) : static_cast<uint32_t>(NFT_RETURN);
+}
+
+LinuxNftVerdict verdictOf(nftnl_set_elem *element) {
+    if (!nftnl_set_elem_is_set(element, NFTNL_SET_ELEM_VERDICT))
+        return LinuxNftVerdict::none;
+    const uint32_t number = nftnl_set_elem_get_u32(element, NFTNL_SET_ELEM_VERDICT);
+    return number == NF_ACCEPT ? LinuxNftVerdict::accept : LinuxNftVerdict::back;
+}
+
+void change(uint16_t type, const char *setName, std::span<const uint8_t> key, LinuxNftVerdict verdict = LinuxNftVerdict::none) {
     char *at = room();
     if (at == nullptr) {
         return;
@@ -48,6 +60,8 @@ void change(uint16_t type, const char *setName, std::span<const uint8_t> key) {
         nftnl_set_set_str(set, NFTNL_SET_NAME, setName);
         if (element != nullptr) {
             nftnl_set_elem_set(element, NFTNL_SET_ELEM_KEY, key.data(), static_cast<uint32_t>(key.size()));
+            if (verdict != LinuxNftVerdict::none)
+                nftnl_set_elem_set_u32(element, NFTNL_SET_ELEM_VERDICT, numberOf(verdict));
             nftnl_set_elem_add(set, element);
             element = nullptr; // the set's now
         }
@@ -98,7 +112,7 @@ uint64_t packetsOf(nftnl_set_elem *element) {
     return nftnl_expr_get_u64(static_cast<const nftnl_expr *>(expression), NFTNL_EXPR_CTR_PACKETS);
 }
 
-int readCount(const nlmsghdr *message, void *user) {
+int readElement(const nlmsghdr *message, void *user) {
     nftnl_set *set = nftnl_set_alloc();
     if (set == nullptr)
         return MNL_CB_ERROR;
@@ -106,7 +120,7 @@ int readCount(const nlmsghdr *message, void *user) {
         nftnl_set_elems_iter *walk = nftnl_set_elems_iter_create(set);
         nftnl_set_elem *element = walk == nullptr ? nullptr : nftnl_set_elems_iter_next(walk);
         if (element != nullptr && user != nullptr)
-            static_cast<LinuxNftCount *>(user)->packets = packetsOf(element);
+            *static_cast<LinuxNftElement *>(user) = {.packets = packetsOf(element), .verdict = verdictOf(element)};
         if (walk != nullptr)
             nftnl_set_elems_iter_destroy(walk);
     }
@@ -141,6 +155,10 @@ void linuxNftBegin() {
 
 void linuxNftAdd(const char *set, std::span<const uint8_t> key) { change(NFT_MSG_NEWSETELEM, set, key); }
 
+void linuxNftMap(const char *map, std::span<const uint8_t> key, LinuxNftVerdict verdict) {
+    change(NFT_MSG_NEWSETELEM, map, key, verdict);
+}
+
 void linuxNftRemove(const char *set, std::span<const uint8_t> key) { change(NFT_MSG_DELSETELEM, set, key); }
 
 // Added first, it is there whatever was before.
@@ -165,7 +183,7 @@ int32_t linuxNftCommit() {
     return readErrors();
 }
 
-int32_t linuxNftGet(const char *set, std::span<const uint8_t> key, LinuxNftCount *count) {
+int32_t linuxNftGet(const char *set, std::span<const uint8_t> key, LinuxNftElement *element) {
     used = 0;
     overflow = false;
     change(NFT_MSG_GETSETELEM, set, key);
@@ -179,7 +197,7 @@ int32_t linuxNftGet(const char *set, std::span<const uint8_t> key, LinuxNftCount
         const ssize_t n = recv(mnl_socket_get_fd(nft), answers, sizeof answers, MSG_DONTWAIT);
         if (n <= 0)
             return n < 0 ? -errno : -EIO;
-        const int more = mnl_cb_run(answers, static_cast<size_t>(n), asked, mnl_socket_get_portid(nft), readCount, count);
+        const int more = mnl_cb_run(answers, static_cast<size_t>(n), asked, mnl_socket_get_portid(nft), readElement, element);
         if (more < 0 && errno == EPROTO)
             continue; // the rest of an answer that was given up
         if (more <= 0)

@@ -10,6 +10,9 @@
 
 inline constexpr const char *LINUX_NFT_TABLE = "snoopd6"; // in family bridge
 
+// What an element of a verdict map says: none is that of a set's element, and back goes on behind the jump to the chain.
+enum class LinuxNftVerdict : uint8_t { none, accept, back };
+
 // Opens the socket. 0, or a negative errno.
 [[nodiscard]] int32_t linuxNftOpen();
 void linuxNftClose();
@@ -17,6 +20,8 @@ void linuxNftClose();
 void linuxNftBegin();
 // Queue a change. Adding what is there is no error, removing what is absent fails the commit, dropping it does not.
 void linuxNftAdd(const char *set, std::span<const uint8_t> key);
+// The same for an element of a map, which has a verdict. What is there with another verdict is refused.
+void linuxNftMap(const char *map, std::span<const uint8_t> key, LinuxNftVerdict verdict);
 void linuxNftRemove(const char *set, std::span<const uint8_t> key);
 void linuxNftDrop(const char *set, std::span<const uint8_t> key);
 void linuxNftEmpty(const char *set);
@@ -24,10 +29,10 @@ void linuxNftEmpty(const char *set);
 // Without changes the kernel is not asked.
 [[nodiscard]] int32_t linuxNftCommit();
 
-struct LinuxNftCount {
-    uint64_t packets;
+struct LinuxNftElement {
+    uint64_t packets; // of its counter, 0 without one
+    LinuxNftVerdict verdict;
 };
 
-// Asks the kernel for one element. 0 and, unless null, what its counter says (0 without one); -ENOENT when it is not there, or
-// another negative errno.
-[[nodiscard]] int32_t linuxNftGet(const char *set, std::span<const uint8_t> key, LinuxNftCount *count);
+// Asks the kernel for one element. 0 and, unless null, what it has; -ENOENT when it is not there, or another negative errno.
+[[nodiscard]] int32_t linuxNftGet(const char *set, std::span<const uint8_t> key, LinuxNftElement *element);

@@ -135,7 +135,7 @@ struct LinuxPortCounters { // frames since the daemon started
     uint64_t dropFragment;  // first fragments of DHCPv6 messages
     uint64_t dropVlan;      // in a VLAN that the port is not a member of
     uint64_t dropState;     // on a port that is not forwarding, or not in this VLAN, or locked to the sender
-    uint64_t dropSender;    // DHCPv6 from a group's MAC address, which no station has and the bridge refuses as well
+    uint64_t dropSender;    // DHCPv6 from a group's MAC address or from none (all zeros), which the bridge refuses as well
     uint64_t dropSource;    // DHCPv6 from an IPv6 address that the source guard of the port does not let in
     uint64_t dropOversize;  // longer than SMD_FRAME_MAX
     uint64_t kernelDropped; // lost because the socket's buffer was full

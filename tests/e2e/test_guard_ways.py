@@ -153,9 +153,10 @@ def test_dhcpv6_from_an_unbound_source_does_not_pass_the_guard(daemon, sent, lea
     assert sent(1, closed[0]) == {4: [closed[0]]}
 
 
-def test_dhcpv6_from_a_group_address_is_dropped(daemon, sent):
+def test_dhcpv6_from_a_mac_of_no_station_is_dropped(daemon, sent):
     """The bridge refuses such senders itself; a message of theirs must not go round it."""
-    group = [from_client(SOLICIT, mac) for mac in ("01:00:5e:00:00:01", "33:33:00:00:00:01", "ff:ff:ff:ff:ff:ff")]
+    macs = ("01:00:5e:00:00:01", "33:33:00:00:00:01", "ff:ff:ff:ff:ff:ff", "00:00:00:00:00:00")
+    group = [from_client(SOLICIT, mac) for mac in macs]
     assert sent(1, *group) == {}
     assert daemon.clients() == {} and daemon.counted(1) == 0
     assert daemon.counters(1)["dropSender"] == len(group)

@@ -112,7 +112,7 @@ def test_learned_and_configured_side_by_side(daemon, learn):
 
 def test_what_the_kernel_has_not_is_shown(idle, switch):
     replay(idle, SETTINGS)
-    netns.run(switch.namespace, "nft", "flush", "set", "bridge", "snoopd6", "f_addr")
+    netns.run(switch.namespace, "nft", "flush", "map", "bridge", "snoopd6", "f_source")
     assert states(idle)[0] == (A, "configured", "no")
     netns.run(switch.namespace, "nft", "flush", "set", "bridge", "snoopd6", "guard_if")
     port = shown(idle, "show ipv6-source-guard interfaces")["interfaces"][0]
