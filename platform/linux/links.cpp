@@ -15,6 +15,7 @@
 #include "platform/linux/attributes.h"
 #include "platform/linux/ipv6walk.h"
 #include "platform/linux/linkplaces.h"
+#include "platform/linux/loglimit.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/netlink.h"
 #include "platform/linux/ports.h"
@@ -345,7 +346,7 @@ void linuxLinksCatchUp() {
     }
     int32_t error = linuxLinksRead();
     if (error != 0) {
-        linuxLog("cannot read the interfaces: %s", strerror(-error));
+        linuxLogLimited("cannot read the interfaces: %s", strerror(-error));
     }
 }
 

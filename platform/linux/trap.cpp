@@ -4,7 +4,7 @@
 #include <array>
 #include <cstring>
 
-#include "platform/linux/loop.h"
+#include "platform/linux/loglimit.h"
 #include "platform/linux/nftset.h"
 #include "platform/linux/portnames.h"
 #include "platform/linux/ports.h"
@@ -79,7 +79,7 @@ int32_t install(const Interfaces &interfaces) {
         held.names.count = error == 0 ? held.names.count : 0; // written with the next change
     }
     if (error != 0) {
-        linuxLog("cannot change the kernel's DHCPv6 trap: %s", strerror(-error));
+        linuxLogLimited("cannot change the kernel's DHCPv6 trap: %s", strerror(-error));
         return -1;
     }
     return 0;
