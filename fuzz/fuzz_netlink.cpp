@@ -15,6 +15,7 @@
 #include "platform/linux/capture.h"
 #include "platform/linux/guard.h"
 #include "platform/linux/links.h"
+#include "platform/linux/loglimit.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/maccache.h"
 #include "platform/linux/mactable.h"
@@ -171,6 +172,12 @@ void step() {
         fuzzCheck((linuxLinks[i].ifindex != 0) == (linuxLinks[i].name[0] != 0), "a place is taken while its bond is there");
 }
 
+__attribute__((format(printf, 1, 0))) void checkLine(const char *fmt, va_list args) {
+    char line[512];
+    const int length = std::vsnprintf(line, sizeof line, fmt, args);
+    fuzzCheck(length > 0 && length < static_cast<int>(sizeof line), "a log line has its length");
+}
+
 } // namespace
 
 // ---- The rest of the platform --------------------------------------------------------------------------------------
@@ -184,12 +191,17 @@ void linuxMacCacheKeep(const uint8_t *, uint16_t, LinuxMacPlace) {}
 bool linuxMacCacheFind(const uint8_t *, uint16_t, LinuxMacPlace *) { return false; }
 
 void linuxLog(const char *fmt, ...) {
-    char line[512];
     va_list args;
     va_start(args, fmt);
-    const int length = std::vsnprintf(line, sizeof line, fmt, args);
+    checkLine(fmt, args);
     va_end(args);
-    fuzzCheck(length > 0 && length < static_cast<int>(sizeof line), "a log line has its length");
+}
+
+void linuxLogLimited(const char *fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    checkLine(fmt, args);
+    va_end(args);
 }
 
 // The kernel's reply: u8 count, so many messages, u8 error.
