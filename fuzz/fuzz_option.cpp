@@ -7,8 +7,8 @@
 #include "fuzz/check.h"
 #include "fuzz/input.h"
 #include "fuzz/platform/lean.h"
-#include "l2/dhcp6snooping/packet/lease.h"
-#include "l2/dhcp6snooping/packet/option.h"
+#include "l2/dhcp6snooping/base/lease.h"
+#include "l2/dhcp6snooping/base/option.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 

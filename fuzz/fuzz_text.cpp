@@ -7,7 +7,7 @@
 
 #include "fuzz/check.h"
 #include "fuzz/input.h"
-#include "l2/dhcp6snooping/main/text.h"
+#include "l2/dhcp6snooping/base/text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 

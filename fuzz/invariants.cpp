@@ -6,9 +6,9 @@
 #include <functional>
 
 #include "fuzz/check.h"
+#include "l2/dhcp6snooping/base/lease.h"
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/table.h"
-#include "l2/dhcp6snooping/packet/lease.h"
 
 // Counted by the walk, in the form of the daemon's own counts so that they compare as blocks.
 static uint16_t portClients[DHCP6SNOOPING_PORTS];

@@ -6,10 +6,10 @@
 
 #include "fuzz/check.h"
 #include "fuzz/platform/lean.h"
+#include "l2/dhcp6snooping/base/option.h"
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/infoopt/content.h"
 #include "l2/dhcp6snooping/infoopt/policy.h"
-#include "l2/dhcp6snooping/packet/option.h"
 
 void scriptClientMac(uint32_t client, uint8_t mac[6]) {
     const uint8_t bytes[6] = {

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "l2/dhcp6snooping/clients/vlanlist.h"
+#include "l2/dhcp6snooping/base/vlanlist.h"
 
 using MacAddress = std::array<uint8_t, 6>;
 using Ipv4Address = std::array<uint8_t, 4>;  // network order

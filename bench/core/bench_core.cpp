@@ -7,9 +7,9 @@
 
 #include "bench/core/load.h"
 #include "fuzz/platform/lean.h"
+#include "l2/dhcp6snooping/base/lease.h"
 #include "l2/dhcp6snooping/clients/aging.h"
 #include "l2/dhcp6snooping/clients/table.h"
-#include "l2/dhcp6snooping/packet/lease.h"
 
 namespace {
 

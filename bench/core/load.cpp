@@ -7,10 +7,10 @@
 
 #include "fuzz/platform/frame.h"
 #include "fuzz/platform/lean.h"
+#include "l2/dhcp6snooping/base/option.h"
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/table.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
-#include "l2/dhcp6snooping/packet/option.h"
 
 namespace {
 

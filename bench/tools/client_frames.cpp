@@ -4,7 +4,7 @@
 #include <span>
 
 #include "fuzz/platform/frame.h"
-#include "l2/dhcp6snooping/packet/option.h"
+#include "l2/dhcp6snooping/base/option.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "l2/dhcp6snooping/packet/option.h"
+#include "l2/dhcp6snooping/base/option.h"
 
 // Options that only these frames need; the daemon does not look at them.
 enum : uint16_t { OPTION_CLIENTID = 1, OPTION_SERVERID = 2, OPTION_ORO = 6, OPTION_ELAPSED = 8, OPTION_VENDOR_CLASS = 16 };

@@ -1,6 +1,6 @@
 // The growable array of leases.
 
-#include "l2/dhcp6snooping/packet/attrarray.h"
+#include "l2/dhcp6snooping/base/attrarray.h"
 #include "tests/platform/recording.h"
 
 #include <cstdlib>

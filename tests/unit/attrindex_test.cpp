@@ -1,7 +1,7 @@
 // Searching arrays of any size by identity, against a plain walk; and the pass that takes items out.
 
-#include "l2/dhcp6snooping/packet/attrindex.h"
-#include "l2/dhcp6snooping/packet/lease.h"
+#include "l2/dhcp6snooping/base/attrindex.h"
+#include "l2/dhcp6snooping/base/lease.h"
 #include "tests/platform/recording.h"
 
 #include <cstring>

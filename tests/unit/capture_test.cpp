@@ -1,7 +1,7 @@
 // Registration of the capture, and the way of a frame from the callback to the snooping path.
 
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
-#include "l2/dhcp6snooping/main/capture.h"
+#include "l2/dhcp6snooping/packet/capture.h"
 #include "tests/unit/fixture.h"
 
 #include <csignal>

@@ -1,6 +1,6 @@
 // The UDP checksum, against one computed another way.
 
-#include "l2/dhcp6snooping/infoopt/checksum.h"
+#include "l2/dhcp6snooping/base/checksum.h"
 #include "tests/unit/frames.h"
 
 #include <arpa/inet.h>

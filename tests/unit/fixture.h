@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "l2/dhcp6snooping/base/lease.h"
 #include "l2/dhcp6snooping/clients/table.h"
-#include "l2/dhcp6snooping/packet/lease.h"
 #include "tests/platform/recording.h"
 #include "tests/unit/frames.h"
 

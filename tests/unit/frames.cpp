@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "l2/dhcp6snooping/main/capture.h"
+#include "l2/dhcp6snooping/packet/capture.h"
 #include "l2/dhcp6snooping/packet/snooping.h"
 
 namespace {

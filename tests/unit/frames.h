@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "l2/dhcp6snooping/packet/descriptor.h"
-#include "l2/dhcp6snooping/packet/option.h"
+#include "l2/dhcp6snooping/base/descriptor.h"
+#include "l2/dhcp6snooping/base/option.h"
 
 using Bytes = std::vector<uint8_t>;
 

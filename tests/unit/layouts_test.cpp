@@ -1,13 +1,13 @@
 // Sizes and field orders that others rely on.
 
+#include "l2/dhcp6snooping/base/descriptor.h"
+#include "l2/dhcp6snooping/base/lease.h"
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/queries.h"
 #include "l2/dhcp6snooping/clients/table.h"
 #include "l2/dhcp6snooping/infoopt/context.h"
 #include "l2/dhcp6snooping/infoopt/policy.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
-#include "l2/dhcp6snooping/packet/descriptor.h"
-#include "l2/dhcp6snooping/packet/lease.h"
 #include "l2/dhcp6snooping/packet/snooping.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "l2/dhcp6snooping/sourceguard/snmprows.h"

@@ -1,6 +1,6 @@
 // The walk over the options of a message.
 
-#include "l2/dhcp6snooping/packet/option.h"
+#include "l2/dhcp6snooping/base/option.h"
 #include "tests/unit/frames.h"
 
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // Addresses and MACs as text.
 
-#include "l2/dhcp6snooping/main/text.h"
+#include "l2/dhcp6snooping/base/text.h"
 
 #include <arpa/inet.h>
 #include <array>

@@ -1,6 +1,6 @@
 // The trace routine and its assertion.
 
-#include "l2/dhcp6snooping/main/trace.h"
+#include "l2/dhcp6snooping/base/trace.h"
 #include "tests/unit/fixture.h"
 
 #include <csignal>

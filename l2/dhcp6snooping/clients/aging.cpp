@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "l2/dhcp6snooping/base/text.h"
+#include "l2/dhcp6snooping/base/trace.h"
 #include "l2/dhcp6snooping/clients/table.h"
-#include "l2/dhcp6snooping/main/text.h"
-#include "l2/dhcp6snooping/main/trace.h"
 #include "l2/dhcp6snooping/sourceguard/filters.h"
 #include "platform/libvos.h"
 

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "l2/dhcp6snooping/packet/lease.h"
+#include "l2/dhcp6snooping/base/lease.h"
 
 // A lease or an unacknowledged client with fewer seconds left than this is gone.
 inline constexpr uint32_t DHCP6SNOOPING_EXPIRE_BELOW = 2;

@@ -2,10 +2,10 @@
 
 #include <cstring>
 
+#include "l2/dhcp6snooping/base/lease.h"
+#include "l2/dhcp6snooping/base/trace.h"
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/table.h"
-#include "l2/dhcp6snooping/main/trace.h"
-#include "l2/dhcp6snooping/packet/lease.h"
 #include "l2/dhcp6snooping/sourceguard/filters.h"
 #include "platform/libvos.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "l2/dhcp6snooping/clients/vlanlist.h"
+#include "l2/dhcp6snooping/base/vlanlist.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "platform/libsmd.h"

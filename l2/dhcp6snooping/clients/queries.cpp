@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "l2/dhcp6snooping/base/lease.h"
 #include "l2/dhcp6snooping/clients/limits.h"
-#include "l2/dhcp6snooping/packet/lease.h"
 
 namespace {
 

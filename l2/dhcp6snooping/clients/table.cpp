@@ -3,9 +3,9 @@
 #include <bit>
 #include <cstring>
 
+#include "l2/dhcp6snooping/base/lease.h"
+#include "l2/dhcp6snooping/base/trace.h"
 #include "l2/dhcp6snooping/clients/limits.h"
-#include "l2/dhcp6snooping/main/trace.h"
-#include "l2/dhcp6snooping/packet/lease.h"
 #include "l2/dhcp6snooping/sourceguard/filters.h"
 
 Dhcp6SnoopingNode gDhcp6SnoopingAvlNode[DHCP6SNOOPING_CLIENTS_MAX];

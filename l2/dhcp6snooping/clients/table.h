@@ -12,7 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "l2/dhcp6snooping/packet/attrarray.h"
+#include "l2/dhcp6snooping/base/attrarray.h"
 #include "platform/libcommon.h"
 
 inline constexpr uint32_t DHCP6SNOOPING_CLIENTS_MAX = 2048;

@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "l2/dhcp6snooping/base/option.h"
+#include "l2/dhcp6snooping/base/wire.h"
 #include "l2/dhcp6snooping/infoopt/idtemplate.h"
 #include "l2/dhcp6snooping/infoopt/policy.h"
-#include "l2/dhcp6snooping/packet/option.h"
-#include "l2/dhcp6snooping/packet/wire.h"
 #include "platform/liboem.h"
 
 namespace {

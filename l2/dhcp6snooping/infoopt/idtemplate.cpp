@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "l2/dhcp6snooping/packet/wire.h"
+#include "l2/dhcp6snooping/base/wire.h"
 #include "platform/libcommon.h"
 #include "platform/libl3if.h"
 #include "platform/libsmd.h"

@@ -3,14 +3,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "l2/dhcp6snooping/base/checksum.h"
+#include "l2/dhcp6snooping/base/frame.h"
+#include "l2/dhcp6snooping/base/option.h"
+#include "l2/dhcp6snooping/base/trace.h"
+#include "l2/dhcp6snooping/base/wire.h"
 #include "l2/dhcp6snooping/clients/limits.h"
-#include "l2/dhcp6snooping/infoopt/checksum.h"
 #include "l2/dhcp6snooping/infoopt/content.h"
 #include "l2/dhcp6snooping/infoopt/policy.h"
-#include "l2/dhcp6snooping/main/trace.h"
-#include "l2/dhcp6snooping/packet/frame.h"
-#include "l2/dhcp6snooping/packet/option.h"
-#include "l2/dhcp6snooping/packet/wire.h"
 #include "platform/libcommon.h"
 #include "platform/libl3if.h"
 #include "platform/libvos.h"

@@ -7,8 +7,8 @@
 
 #include <cstdint>
 
+#include "l2/dhcp6snooping/base/descriptor.h"
 #include "l2/dhcp6snooping/infoopt/context.h"
-#include "l2/dhcp6snooping/packet/descriptor.h"
 
 inline constexpr uint32_t DHCP6_INFO_FRAME_MAX = 1898; // longest frame that is taken on, bytes
 inline constexpr uint32_t DHCP6_INFO_AREA_MAX = 1500;  // longest option area that an option may lead to, bytes

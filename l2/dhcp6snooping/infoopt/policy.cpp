@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "l2/dhcp6snooping/main/text.h"
+#include "l2/dhcp6snooping/base/text.h"
 #include "platform/libcommon.h"
 
 Dhcp6InfoOptionPolicy dhcp6InfoOptionPolicy = {

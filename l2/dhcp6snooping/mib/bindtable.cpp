@@ -4,7 +4,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "l2/dhcp6snooping/main/text.h"
+#include "l2/dhcp6snooping/base/text.h"
 #include "l2/dhcp6snooping/mib/handlers.h"
 #include "l2/dhcp6snooping/mib/request.h"
 #include "l2/dhcp6snooping/mib/text.h"

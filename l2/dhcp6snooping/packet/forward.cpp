@@ -4,11 +4,11 @@
 #include <bit>
 #include <cstring>
 
+#include "l2/dhcp6snooping/base/frame.h"
+#include "l2/dhcp6snooping/base/trace.h"
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/infoopt/insertion.h"
 #include "l2/dhcp6snooping/infoopt/policy.h"
-#include "l2/dhcp6snooping/main/trace.h"
-#include "l2/dhcp6snooping/packet/frame.h"
 #include "platform/liblacp.h"
 #include "platform/libsmd.h"
 #include "platform/libvlan.h"

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "l2/dhcp6snooping/packet/descriptor.h"
+#include "l2/dhcp6snooping/base/descriptor.h"
 
 // `port` is the receiving port's index (from 0), `offset` where the DHCPv6 message starts. 0 when the frame was sent, or was
 // held back by policy; -1 for a null packet or frame, or when the switch refused to send.

@@ -2,10 +2,10 @@
 
 #include <cstring>
 
-#include "l2/dhcp6snooping/infoopt/checksum.h"
-#include "l2/dhcp6snooping/packet/frame.h"
-#include "l2/dhcp6snooping/packet/option.h"
-#include "l2/dhcp6snooping/packet/wire.h"
+#include "l2/dhcp6snooping/base/checksum.h"
+#include "l2/dhcp6snooping/base/frame.h"
+#include "l2/dhcp6snooping/base/option.h"
+#include "l2/dhcp6snooping/base/wire.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "l2/dhcp6snooping/packet/descriptor.h"
+#include "l2/dhcp6snooping/base/descriptor.h"
 
 // Replaces the Relay-Reply at `offset` by the message in its Relay Message option, and corrects lengths, port and checksum.
 // Once: a Relay-Reply inside a Relay-Reply stays as it is. Leaves the frame alone when there is no such option. The frame

@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <functional>
 
+#include "l2/dhcp6snooping/base/frame.h"
+#include "l2/dhcp6snooping/base/lease.h"
+#include "l2/dhcp6snooping/base/option.h"
+#include "l2/dhcp6snooping/base/text.h"
+#include "l2/dhcp6snooping/base/trace.h"
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/table.h"
-#include "l2/dhcp6snooping/main/text.h"
-#include "l2/dhcp6snooping/main/trace.h"
 #include "l2/dhcp6snooping/packet/forward.h"
-#include "l2/dhcp6snooping/packet/frame.h"
-#include "l2/dhcp6snooping/packet/lease.h"
-#include "l2/dhcp6snooping/packet/option.h"
 #include "l2/dhcp6snooping/packet/relay.h"
 #include "l2/dhcp6snooping/sourceguard/filters.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "l2/dhcp6snooping/packet/descriptor.h"
+#include "l2/dhcp6snooping/base/descriptor.h"
 
 // Seconds that a client may stay in the table without an accepted REPLY.
 inline constexpr uint32_t DHCP6SNOOPING_UNACK_TIMEOUT = 180;

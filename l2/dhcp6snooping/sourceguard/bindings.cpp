@@ -5,8 +5,8 @@
 
 #include <search.h>
 
-#include "l2/dhcp6snooping/main/trace.h"
-#include "l2/dhcp6snooping/packet/lease.h"
+#include "l2/dhcp6snooping/base/lease.h"
+#include "l2/dhcp6snooping/base/trace.h"
 #include "l2/dhcp6snooping/sourceguard/filters.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "l2/dhcp6snooping/clients/vlanlist.h"
+#include "l2/dhcp6snooping/base/vlanlist.h"
 #include "l2/dhcp6snooping/sourceguard/filters.h"
 
 uint32_t no_ip6_source_guard_vlan[DHCP6SNOOPING_VLANS];

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "l2/dhcp6snooping/main/trace.h"
+#include "l2/dhcp6snooping/base/trace.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "platform/libqacl.h"
 

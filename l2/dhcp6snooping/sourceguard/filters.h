@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
+#include "l2/dhcp6snooping/base/lease.h"
 #include "l2/dhcp6snooping/clients/table.h"
-#include "l2/dhcp6snooping/packet/lease.h"
 #include "l2/dhcp6snooping/sourceguard/bindings.h"
 
 enum : uint32_t {

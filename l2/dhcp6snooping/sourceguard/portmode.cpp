@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "l2/dhcp6snooping/main/trace.h"
+#include "l2/dhcp6snooping/base/trace.h"
 #include "l2/dhcp6snooping/sourceguard/filters.h"
 #include "platform/libqacl.h"
 #include "platform/libsmd.h"

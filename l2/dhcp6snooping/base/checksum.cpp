@@ -1,4 +1,4 @@
-#include "l2/dhcp6snooping/infoopt/checksum.h"
+#include "l2/dhcp6snooping/base/checksum.h"
 
 #include <bit>
 #include <cstring>

@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "l2/dhcp6snooping/packet/attrarray.h"
+#include "l2/dhcp6snooping/base/attrarray.h"
 
 inline constexpr uint32_t DHCP6_ATTR_IDENTITY = 20;
 inline constexpr uint32_t DHCP6_ATTR_INDEX_FROM = 96; // slots

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "l2/dhcp6snooping/packet/attrarray.h"
+#include "l2/dhcp6snooping/base/attrarray.h"
 
 inline constexpr uint32_t DHCP6_ADDRESS_SIZE = 16;
 inline constexpr uint32_t DHCP6_ADDRESS_PREFIX_LEN = 128; // of a single address; anything else is a delegated prefix

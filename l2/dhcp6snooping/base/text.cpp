@@ -1,4 +1,4 @@
-#include "l2/dhcp6snooping/main/text.h"
+#include "l2/dhcp6snooping/base/text.h"
 
 #include <cstdio>
 

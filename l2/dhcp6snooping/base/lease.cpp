@@ -1,11 +1,11 @@
-#include "l2/dhcp6snooping/packet/lease.h"
+#include "l2/dhcp6snooping/base/lease.h"
 
 #include <cstring>
 
-#include "l2/dhcp6snooping/main/trace.h"
-#include "l2/dhcp6snooping/packet/attrindex.h"
-#include "l2/dhcp6snooping/packet/option.h"
-#include "l2/dhcp6snooping/packet/wire.h"
+#include "l2/dhcp6snooping/base/attrindex.h"
+#include "l2/dhcp6snooping/base/option.h"
+#include "l2/dhcp6snooping/base/trace.h"
+#include "l2/dhcp6snooping/base/wire.h"
 #include "platform/libvos.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "l2/dhcp6snooping/packet/descriptor.h"
+#include "l2/dhcp6snooping/base/descriptor.h"
 #include "platform/libsmd.h"
 
 // Registers the rules for UDP ports 546 and 547 (first = 1), or changes their mode (running 1 = snooping on). Always 0:

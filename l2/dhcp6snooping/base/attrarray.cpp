@@ -1,11 +1,11 @@
-#include "l2/dhcp6snooping/packet/attrarray.h"
+#include "l2/dhcp6snooping/base/attrarray.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
-#include "l2/dhcp6snooping/packet/attrindex.h"
-#include "l2/dhcp6snooping/packet/option.h"
+#include "l2/dhcp6snooping/base/attrindex.h"
+#include "l2/dhcp6snooping/base/option.h"
 
 namespace {
 

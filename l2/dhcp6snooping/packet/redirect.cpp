@@ -1,6 +1,6 @@
 // A file of its own, so that only a program that asks for the redirect needs the filter library.
 
-#include "l2/dhcp6snooping/main/capture.h"
+#include "l2/dhcp6snooping/packet/capture.h"
 #include "platform/libqacl.h"
 
 int32_t dhcp6snooping_redirect_dhcp_packets_to_cpu() {

@@ -1,8 +1,8 @@
-#include "l2/dhcp6snooping/packet/option.h"
+#include "l2/dhcp6snooping/base/option.h"
 
 #include <cstdlib>
 
-#include "l2/dhcp6snooping/packet/wire.h"
+#include "l2/dhcp6snooping/base/wire.h"
 
 const uint8_t *dhcp6snooping_msg_option_find(uint16_t code, uint32_t *out_len, const uint8_t *buf, uint32_t buf_len,
                                              const uint8_t **cursor, uint32_t *cursor_len) {

@@ -1,9 +1,9 @@
-#include "l2/dhcp6snooping/main/capture.h"
+#include "l2/dhcp6snooping/packet/capture.h"
 
 #include <cstdio>
 
+#include "l2/dhcp6snooping/base/trace.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
-#include "l2/dhcp6snooping/main/trace.h"
 #include "l2/dhcp6snooping/packet/snooping.h"
 #include "platform/libsyslog.h"
 

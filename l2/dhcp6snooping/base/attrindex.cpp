@@ -1,4 +1,4 @@
-#include "l2/dhcp6snooping/packet/attrindex.h"
+#include "l2/dhcp6snooping/base/attrindex.h"
 
 #include <bit>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "l2/dhcp6snooping/main/trace.h"
+#include "l2/dhcp6snooping/base/trace.h"
 
 #include <cstdarg>
 #include <cstdio>
