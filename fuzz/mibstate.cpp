@@ -6,7 +6,6 @@
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/table.h"
 #include "l2/dhcp6snooping/infoopt/policy.h"
-#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/sourceguard/exemption.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "l2/dhcp6snooping/sourceguard/snmprows.h"

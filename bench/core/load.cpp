@@ -11,6 +11,7 @@
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/table.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "l2/dhcp6snooping/packet/onoff.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Registration of the capture, and the way of a frame from the callback to the snooping path.
 
-#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/packet/capture.h"
 #include "tests/unit/fixture.h"
 

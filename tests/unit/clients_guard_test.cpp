@@ -4,6 +4,7 @@
 #include "l2/dhcp6snooping/clients/bulk.h"
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "l2/dhcp6snooping/packet/onoff.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "tests/unit/guard.h"
 

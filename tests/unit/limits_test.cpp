@@ -1,7 +1,6 @@
 // Trust, limits, counts and the two switches: setters and getters.
 
 #include "l2/dhcp6snooping/clients/limits.h"
-#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "tests/unit/fixture.h"
 

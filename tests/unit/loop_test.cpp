@@ -1,5 +1,6 @@
 // One turn of the message loop: receive, execute, answer.
 
+#include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "tests/unit/fixture.h"
 

@@ -1,7 +1,6 @@
 // Scalars of the MIB: switches, and the ids of options 18 and 37.
 
 #include "l2/dhcp6snooping/clients/limits.h"
-#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "tests/unit/infoopt.h"
 #include "tests/unit/mib.h"
 

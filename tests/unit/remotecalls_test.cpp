@@ -2,8 +2,8 @@
 
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/queries.h"
-#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
+#include "l2/dhcp6snooping/packet/onoff.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "l2/dhcp6snooping/sourceguard/snmprows.h"
 #include "tests/unit/guard.h"

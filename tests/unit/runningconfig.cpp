@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "l2/dhcp6snooping/clients/limits.h"
-#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/sourceguard/exemption.h"
 
 void RunningConfigTest::SetUp() {

@@ -4,7 +4,6 @@
 #include <iterator>
 
 #include "l2/dhcp6snooping/base/vlanlist.h"
-#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"
 #include "platform/libsmd.h"
 
@@ -13,6 +12,7 @@ uint16_t dhcp6SnoopingPortMaxIP[DHCP6SNOOPING_PORTS];
 uint16_t dhcp6SnoopingPortIpNum[DHCP6SNOOPING_PORTS];
 uint16_t dhcp6SnoopingDhcpVlanMaxIP[DHCP6SNOOPING_VLANS];
 uint16_t dhcp6SnoopingDhcpVlanIpNum[DHCP6SNOOPING_VLANS];
+uint32_t dhcp6SnoopingOn = 0;
 uint32_t bDhcp6SnoopingFastRemove = 1;
 uint32_t dhcp6L2Relay = 0;
 

@@ -1,6 +1,6 @@
 #pragma once
-// What is configured per port and per VLAN: trust, the most clients that may be recorded, and how many are; and the two
-// global switches of the client table.
+// What is configured per port and per VLAN: trust, the most clients that may be recorded, and how many are; and the global
+// switches.
 //
 // The tables are plain values indexed by port - 1 and by VLAN id. Port and VLAN numbers come from the wire, from callers and
 // from the platform, so the packet path goes through the small functions below: outside the tables a port is untrusted and
@@ -19,6 +19,7 @@ extern uint16_t dhcp6SnoopingPortIpNum[DHCP6SNOOPING_PORTS];     // clients coun
 extern uint16_t dhcp6SnoopingDhcpVlanMaxIP[DHCP6SNOOPING_VLANS]; // most clients
 extern uint16_t dhcp6SnoopingDhcpVlanIpNum[DHCP6SNOOPING_VLANS]; // clients counted
 
+extern uint32_t dhcp6SnoopingOn;          // 1 while snooping is on, set by packet/onoff.h. Start value 0
 extern uint32_t bDhcp6SnoopingFastRemove; // non-zero: a port that goes down loses its clients at once. Start value 1
 extern uint32_t dhcp6L2Relay;             // non-zero: messages that get options are wrapped, replies unwrapped. Start value 0
 

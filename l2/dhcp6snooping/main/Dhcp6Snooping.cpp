@@ -18,7 +18,6 @@
 #include "platform/libsmd.h"
 
 alignas(16) uint8_t g_smdMsgRecvBuffer[VOS_MSG_MAX];
-uint32_t dhcp6SnoopingOn = 0;
 
 namespace {
 
@@ -30,8 +29,6 @@ constexpr uint32_t TIMER_PERIODIC = 1;
 constexpr uint32_t TICK_MS = 1000;
 constexpr uint32_t TICKS_PER_AGING = 10;
 constexpr int32_t START_FAILED = -1001;
-constexpr uint32_t SMD_SNOOPING_ON = 1;
-constexpr uint32_t SMD_SNOOPING_OFF = 2;
 constexpr uint32_t MODULE_COMMANDS = 0x10000;
 
 uint32_t timerTicks = 0;
@@ -103,27 +100,6 @@ int32_t dhcp6snooping_init() {
     ip6_source_guard_bind_for_snmp_delete_all();
     return 0;
 }
-
-int32_t dhcp6snooping_start() {
-    if (dhcp6SnoopingOn != 0)
-        return 0;
-    dhcp6SnoopingOn = 1;
-    smdVDDhcp6snoopingOnOff(SMD_SNOOPING_ON);
-    dhcp6snoopingPktReg(0, 1);
-    return 0;
-}
-
-int32_t dhcp6snooping_stop() {
-    if (dhcp6SnoopingOn == 0)
-        return 0;
-    dhcp6SnoopingOn = 0;
-    smdVDDhcp6snoopingOnOff(SMD_SNOOPING_OFF);
-    dhcp6snoopingPktReg(0, 0);
-    dhcp6snooping_delete_allavlnode();
-    return 0;
-}
-
-uint32_t dhcp6snooping_is_enabled() { return dhcp6SnoopingOn; }
 
 int32_t snoopd6TimerProcess(uint32_t, void *) {
     ++timerTicks;

@@ -1,6 +1,5 @@
 #pragma once
-// The process: start-up, the message loop, the switch that turns snooping on and off, and the callbacks that the platform
-// makes on timer ticks and link changes.
+// The process: start-up, the message loop, and the callbacks that the platform makes on timer ticks and link changes.
 //
 // One thread does everything. The loop blocks in vosMsgRecv; frames, ticks, link changes and remote calls come one at a time
 // from inside it. That is why no table of the daemon has a lock.
@@ -12,9 +11,6 @@
 // The one buffer of the loop; remote calls are worked on and answered in it.
 alignas(16) extern uint8_t g_smdMsgRecvBuffer[VOS_MSG_MAX];
 
-// 1 while snooping is on. Off at start.
-extern uint32_t dhcp6SnoopingOn;
-
 // Registers the daemon with every service of the platform, in the one order that works. 0 and the queue's id, or -1001 when
 // the tables or the queue could not be set up; every other registration may fail without ending the daemon.
 int32_t dhcp6snooping_startup(const char *path, uint32_t *queueId);
@@ -24,11 +20,6 @@ void dhcp6snooping_serve_message(uint32_t queueId);
 
 // Sets every table to its start values; clients of an earlier life are dropped without a word. Always 0.
 int32_t dhcp6snooping_init();
-
-// Turns snooping on or off; a second call changes nothing. Turning it off deletes every client. Always 0.
-int32_t dhcp6snooping_start();
-int32_t dhcp6snooping_stop();
-uint32_t dhcp6snooping_is_enabled();
 
 // Timer callback, once a second; every tenth call ages the leases.
 int32_t snoopd6TimerProcess(uint32_t timerId, void *user);

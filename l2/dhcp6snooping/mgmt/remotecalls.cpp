@@ -6,7 +6,7 @@
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/clients/queries.h"
 #include "l2/dhcp6snooping/infoopt/policy.h"
-#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "l2/dhcp6snooping/packet/onoff.h"
 #include "l2/dhcp6snooping/sourceguard/bindings.h"
 #include "l2/dhcp6snooping/sourceguard/exemption.h"
 #include "l2/dhcp6snooping/sourceguard/portmode.h"

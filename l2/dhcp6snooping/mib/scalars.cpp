@@ -5,11 +5,11 @@
 
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/infoopt/policy.h"
-#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
 #include "l2/dhcp6snooping/mib/exemptvlans.h"
 #include "l2/dhcp6snooping/mib/handlers.h"
 #include "l2/dhcp6snooping/mib/request.h"
 #include "l2/dhcp6snooping/mib/text.h"
+#include "l2/dhcp6snooping/packet/onoff.h"
 #include "platform/libcommon.h"
 
 namespace {

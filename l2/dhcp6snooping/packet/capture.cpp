@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "l2/dhcp6snooping/base/trace.h"
-#include "l2/dhcp6snooping/main/Dhcp6Snooping.h"
+#include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/packet/snooping.h"
 #include "platform/libsyslog.h"
 
