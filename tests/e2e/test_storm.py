@@ -317,6 +317,23 @@ def test_a_crowd_of_callers(daemon, limited, switch, storm):
     on.end()
 
 
+def test_a_crowd_that_asks_the_platform(daemon, limited, switch, storm):
+    """What the daemon's platform answers itself comes one by one as well, a turn of frames before each."""
+    on = storm(SPOOF)
+    on.until_felt()
+    with contextlib.ExitStack() as stack:
+        crowd = [stack.enter_context(calls.connect(daemon.run)) for _ in range(30)]
+        for caller in crowd:
+            put(caller, STATUS_OF_COUNTERS)
+            assert taken_by(caller) > 0  # it is let in
+        with standing_still(daemon):
+            for caller in crowd:
+                put(caller, STATUS_OF_COUNTERS)
+            until_waiting(daemon, switch, 60 * TURN)
+        assert steps(sorted(taken_by(caller) for caller in crowd)) == [TURN] * 29
+    on.end()
+
+
 # ---- SNMP ---------------------------------------------------------------------------------------------------------------
 
 
