@@ -1,6 +1,6 @@
 #pragma once
-// The Linux platform's own tables and switches, as the shell reads them: the switch, its files, ports, interfaces that are no port, VLANs, learned MAC
-// addresses, counters, the source guard's ports and filters, and the debug switch.
+// The Linux platform's own tables and switches, as the shell reads them: the switch, its files, ports, interfaces that are no
+// port, VLANs, learned MAC addresses, counters, the source guard's ports and filters, and the debug switch.
 //
 // Tables come in pages. A daemon of a later release may append members to a record: longer records are read as far as this
 // shell knows them, shorter ones are refused. Pages must go forward and hold something, and a table ends at

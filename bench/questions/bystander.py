@@ -12,12 +12,13 @@ from lab import calls
 
 TITLE = "Another port's messages during storms and reads of the configuration"
 HOW = """\
-A thousand SOLICITs a second go from port 2 to port 4, stamped and timed as in `latency`, while port 1 sends nothing, or a storm:
-SOLICITs, each from another MAC address (256 clients are allowed), or INFORMATION-REQUESTs or Relay-Forwards from one station,
-each to another MAC address that no station has. Each of these two is a question to the bridge's MAC table, and leaves by port 4.
-Then four programs read the running configuration at its largest (without options 18 and 37) again and again. The generators
-share a processor, the daemon has the other one, so storms come to less than they are asked for. Median over the rounds of each
-round's median and 99th percentile, with the lowest and the highest round; the ratio is to the calm of the same round."""
+A thousand SOLICITs a second go from port 2 to port 4, stamped and timed as in `latency`, while port 1 sends nothing, or a
+storm: SOLICITs, each from another MAC address (256 clients are allowed), or INFORMATION-REQUESTs or Relay-Forwards from one
+station, each to another MAC address that no station has. Each of these two is a question to the bridge's MAC table, and
+leaves by port 4. Then four programs read the running configuration at its largest (without options 18 and 37) again and
+again. The generators share a processor, the daemon has the other one, so storms come to less than they are asked for.
+Median over the rounds of each round's median and 99th percentile, with the lowest and the highest round; the ratio is to
+the calm of the same round."""
 
 STORM_PORT, CLIENT_PORT, SERVER_PORT = 1, 2, 4
 STORM_CLIENTS, CLIENTS = 256, 16

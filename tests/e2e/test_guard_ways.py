@@ -184,7 +184,10 @@ def test_rules_that_are_gone_are_noticed(daemon, switch, words):
     assert daemon.log().count("are gone from the kernel") == 1
 
 
-LOST = "the kernel has lost the daemon's filter rules: nothing is guarded, and DHCPv6 passes; restart snoopd6 to load them again\n"
+LOST = (
+    "the kernel has lost the daemon's filter rules: nothing is guarded, and DHCPv6 passes; "
+    "restart snoopd6 to load them again\n"
+)
 
 
 def test_settings_that_need_the_rules_fail_without_them(daemon, switch, tmp_path):

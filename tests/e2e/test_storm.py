@@ -12,7 +12,8 @@ from lab.daemon import Daemon
 from lab.exchanges import OF_CLIENTS, OF_SERVER, SERVER, Exchanges, address_of, answers, asks
 from lab.frames import (
     ADVERTISE, ETH_MARKER, FRAGMENT, INFORMATION_REQUEST, RELAY_FORW, RELAY_REPL, RENEW, REPLY, SERVERS, SERVERS_MAC, SOLICIT,
-    UDP, ethernet, fragment_header, from_client, from_server, ia_na, ipv6, link_local, mac_bytes, mac_number, mac_text, message, relay_message,
+    UDP, ethernet, fragment_header, from_client, from_server, ia_na, ipv6, link_local, mac_bytes, mac_number, mac_text, message,
+    relay_message,
 )  # fmt: skip
 from lab.storm import RECEIVER, SPOOFED, Storm, Stormy, carried, only_from
 
