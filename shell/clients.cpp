@@ -1,6 +1,8 @@
 #include "shell/clients.h"
 
+#include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
+#include "shell/status.h"
 
 namespace {
 
@@ -55,4 +57,17 @@ CallEnd clientAll(Connection *connection, std::vector<ClientRecord> *clients, st
 CallEnd clientFind(Connection *connection, MacAddress mac, ClientRecord *client, std::string *error) {
     const CallEnd end = clientNext(connection, macBefore(mac), client, error);
     return end == CallEnd::done && client->mac != mac ? CallEnd::refused : end;
+}
+
+CallEnd clientTotal(Connection *connection, uint64_t *total, std::string *error) {
+    std::vector<uint32_t> ports;
+    CallEnd end = statusPortNumbers(connection, &ports, error);
+    *total = 0;
+    for (size_t i = 0; i < ports.size() && end == CallEnd::done; i++) {
+        Dhcp6SnoopingPortInfo info = {};
+        end = callRun(connection, DH6S_FUNC_PORT_INFO_GET,
+                      {callArgument(&ports[i], sizeof ports[i]), callArgument(&info, sizeof info)}, error);
+        *total += info.clients;
+    }
+    return end;
 }

@@ -1,6 +1,6 @@
 #pragma once
-// The daemon's client table as the shell reads it: client by client, in ascending order of MAC addresses. Clients that still
-// wait for their server's REPLY are never listed.
+// The daemon's client table as the shell reads it: client by client, in ascending order of MAC addresses. A client that still
+// waits for its server's REPLY is pending: the daemon counts it against the limits of its port and VLAN, and never lists it.
 
 #include <array>
 #include <vector>
@@ -27,3 +27,9 @@ struct ClientRecord {
 
 // The client with this MAC, which is not all-zero. CallEnd::refused when there is none.
 [[nodiscard]] CallEnd clientFind(Connection *connection, MacAddress mac, ClientRecord *client, std::string *error);
+
+// How many clients of all ports the daemon counts, pending ones too.
+[[nodiscard]] CallEnd clientTotal(Connection *connection, uint64_t *total, std::string *error);
+
+// What is left of `whole` without `part`. Both are read one after the other while the table changes, so `part` may be larger.
+inline uint64_t clientsLeft(uint64_t whole, uint64_t part) { return whole > part ? whole - part : 0; }

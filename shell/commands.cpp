@@ -285,6 +285,11 @@ size_t commandWordCount(const Command &command) {
     return count;
 }
 
+bool commandUsesRules(const Command &command) {
+    constexpr std::array ACTIONS = {actionSnooping, actionGuard, actionBind, actionUnbind, actionUnbindAll, actionExempt};
+    return std::ranges::find(ACTIONS, command.run) != ACTIONS.end();
+}
+
 std::string_view commandWord(const Command &command, size_t index) {
     std::string_view form = command.form;
     for (size_t i = 0; i < index; i++) {

@@ -42,6 +42,9 @@ struct Command {
 // In the order in which help lists them.
 std::span<const Command> commandTable();
 
+// Whether the kernel's filter rules carry out what the command sets.
+bool commandUsesRules(const Command &command);
+
 size_t commandWordCount(const Command &command);
 std::string_view commandWord(const Command &command, size_t index); // index below commandWordCount
 

@@ -132,7 +132,7 @@ int replayFile(Session *session, const char *path, ReplayMode mode) {
     if (!standardInput) {
         static_cast<void>(fclose(in));
     }
-    if (result.outcome != Outcome::done && result.lines > 1) {
+    if (result.failed + result.skipped > 0 && result.lines > 1) {
         const bool more = mode == ReplayMode::stopAtFailure && result.skipped > 0;
         outputWrite(stderr, name + ": " + replaySummary(result) + (more ? "; --keep-going runs the others" : "") + "\n");
     }

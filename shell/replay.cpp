@@ -77,6 +77,19 @@ void runLine(Replay *replay, const std::string &line, bool enters) {
     replay->stopped = outcome == Outcome::unreachable || replay->mode == ReplayMode::stopAtFailure;
 }
 
+// Once for all lines: the question would take as long as most of them. Lines that "load" runs leave it to the line with "load".
+void checkRules(Replay *replay) {
+    Session *session = replay->session;
+    if (session->batch || session->loading || replay->result.outcome == Outcome::unreachable) {
+        return;
+    }
+    const std::string lost = sessionRulesLost(session);
+    if (!lost.empty()) {
+        outputWrite(replay->err, std::string(replay->name) + ": " + lost + "\n");
+        replay->result.outcome = replay->result.outcome == Outcome::done ? Outcome::refused : replay->result.outcome;
+    }
+}
+
 } // namespace
 
 ReplayResult replayRun(Session *session, FILE *in, const char *name, ReplayMode mode, FILE *out, FILE *err) {
@@ -89,7 +102,9 @@ ReplayResult replayRun(Session *session, FILE *in, const char *name, ReplayMode 
                      .number = 0,
                      .closedPlace = false,
                      .stopped = false};
+    const bool batch = session->batch;
     std::string line;
+    session->batch = true;
     while (readLine(in, &line)) {
         replay.number++;
         const std::vector<std::string_view> words = sessionWords(line);
@@ -109,6 +124,8 @@ ReplayResult replayRun(Session *session, FILE *in, const char *name, ReplayMode 
         replay.result.failed++;
         replay.result.outcome = replay.result.outcome == Outcome::done ? Outcome::refused : replay.result.outcome;
     }
+    session->batch = batch;
+    checkRules(&replay);
     return replay.result;
 }
 

@@ -3,7 +3,8 @@
 //
 // A line that fails is named, as "FILE:LINE: the line: why". By its mode the replay ends there, or goes on with the next line
 // and fails as a whole at the end. Two things are not run in any mode: the lines of a port or VLAN that could not be entered
-// (they would hit another place), and everything behind a line that found no daemon (each would wait for it again).
+// (they would hit another place), and everything behind a line that found no daemon (each would wait for it again). At the end
+// the daemon is asked once whether the kernel has its filter rules, if any line needed them (sessionRulesLost).
 
 #include <cstdio>
 

@@ -15,6 +15,14 @@ struct Line {
     std::vector<std::string> cells; // columns, then sub-columns
 };
 
+std::string joined(const std::vector<std::string> &texts) {
+    std::string all;
+    for (const std::string &text : texts) {
+        all += (all.empty() ? "" : ", ") + textPrintable(text);
+    }
+    return all;
+}
+
 bool alignsRight(const Value &value) { return value.kind == ValueKind::number; }
 
 // The lines of the table as people see them: a row and its first sub-row share one.
@@ -107,6 +115,7 @@ nlohmann::ordered_json jsonValue(const Value &value) {
     case ValueKind::number:
     case ValueKind::duration: return value.number;
     case ValueKind::vlans: return value.list;
+    case ValueKind::texts: return value.texts;
     case ValueKind::ports: break;
     }
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
@@ -150,6 +159,7 @@ Value valueYesNo(bool yes) { return {.kind = ValueKind::yesNo, .number = yes ? 1
 Value valueDuration(uint64_t seconds) { return {.kind = ValueKind::duration, .number = seconds}; }
 Value valuePorts(std::vector<uint32_t> ports) { return {.kind = ValueKind::ports, .list = std::move(ports)}; }
 Value valueVlans(std::vector<uint32_t> vlans) { return {.kind = ValueKind::vlans, .list = std::move(vlans)}; }
+Value valueTexts(std::vector<std::string> texts) { return {.kind = ValueKind::texts, .texts = std::move(texts)}; }
 
 void reportFact(Report *report, const char *key, const char *label, Value value) {
     report->facts.push_back({key, label, std::move(value)});
@@ -190,6 +200,7 @@ std::string reportValueText(const Value &value) {
     case ValueKind::duration: return textDuration(value.number);
     case ValueKind::ports: return value.list.empty() ? "none" : textPorts(value.list);
     case ValueKind::vlans: return value.list.empty() ? "none" : textVlans(value.list);
+    case ValueKind::texts: return value.texts.empty() ? "none" : joined(value.texts);
     }
     return "";
 }

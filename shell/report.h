@@ -25,6 +25,7 @@ enum class ValueKind : uint32_t {
     duration, // "1h59m"; seconds
     ports,    // "0/1-0/3, 0/7", or "none"; list of the single ports
     vlans,    // "1,3-5", or "none"; list of the single VLANs
+    texts,    // "eth1, eth2", or "none"; list of them
 };
 
 struct Value {
@@ -32,6 +33,7 @@ struct Value {
     uint64_t number = 0;             // number, duration; 0 or 1 for onOff and yesNo
     std::string text = {};           // text
     std::vector<uint32_t> list = {}; // ports, vlans; ascending
+    std::vector<std::string> texts = {};
 };
 
 Value valueNothing();
@@ -43,6 +45,7 @@ Value valueYesNo(bool yes);
 Value valueDuration(uint64_t seconds);
 Value valuePorts(std::vector<uint32_t> ports);
 Value valueVlans(std::vector<uint32_t> vlans);
+Value valueTexts(std::vector<std::string> texts);
 
 struct Fact {
     const char *key;

@@ -28,7 +28,10 @@ constexpr const char *QUESTION =
     "Every setting goes back to its default, and all configured bindings are forgotten. Go on? [y/N] ";
 
 Outcome runLine(Session *session, const std::string &line) {
+    const bool batch = session->batch;
+    session->batch = true; // all lines are run, also where the kernel has lost the rules
     const Outcome outcome = sessionRun(session, line);
+    session->batch = batch;
     session->output.clear();
     if (outcome != Outcome::done) {
         session->error = "stopped at \"" + line + "\": " + session->error;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "shell/parser.h"
+#include "shell/status.h"
 #include "shell/values.h"
 #include "shell/watch.h"
 
@@ -53,6 +54,16 @@ bool lengthIsGood(Session *session, size_t length) {
     return session->error.empty();
 }
 
+// A setting that was made does nothing while the rules are gone, and one that was refused may have been for that reason.
+Outcome endWithRules(Session *session, Outcome outcome) {
+    const std::string lost = sessionRulesLost(session);
+    if (lost.empty()) {
+        return outcome;
+    }
+    session->error = outcome == Outcome::done ? "the setting is made, but " + lost : session->error + "; " + lost;
+    return Outcome::refused;
+}
+
 Outcome runWords(Session *session, std::vector<std::string_view> words, WordEnd end) {
     std::vector<ParsedCommand> commands;
     const bool known = parserRead(session->place.kind, words, &commands, &session->error);
@@ -72,13 +83,15 @@ Outcome runWords(Session *session, std::vector<std::string_view> words, WordEnd 
     for (size_t i = 0; i < commands.size() && outcome == Outcome::done; i++) {
         outcome = session->watchSeconds != 0 ? watchRun(session, commands[i])
                                              : commands[i].command->run(session, commands[i].arguments);
+        const bool asked = outcome == Outcome::done || outcome == Outcome::refused;
+        session->rulesUsed = session->rulesUsed || (asked && commandUsesRules(*commands[i].command));
     }
     session->watchSeconds = 0;
     // Entering and configuring on one line is for that line only.
     if (commands.size() > 1) {
         session->place = start;
     }
-    return outcome;
+    return session->batch ? outcome : endWithRules(session, outcome);
 }
 
 } // namespace
@@ -141,6 +154,20 @@ Outcome sessionRunWords(Session *session, std::vector<std::string_view> words) {
         length += word.size();
     }
     return lengthIsGood(session, length) ? runWords(session, std::move(words), WordEnd::plain) : Outcome::usage;
+}
+
+std::string sessionRulesLost(Session *session) {
+    LinuxSwitchStatus status = {};
+    std::string ignored;
+    if (!session->rulesUsed) {
+        return "";
+    }
+    session->rulesUsed = false;
+    if (statusSwitch(&session->connection, &status, &ignored) != CallEnd::done || status.rules != 0) {
+        return "";
+    }
+    return "the kernel has lost the daemon's filter rules: nothing is guarded, and DHCPv6 passes; restart snoopd6 to load them "
+           "again";
 }
 
 Outcome sessionHelp(Session *session, std::string_view line) {

@@ -40,6 +40,8 @@ struct Session {
     bool json = false;                                      // `show` for programs
     bool ended = false;                                     // `quit` was said at the top
     bool loading = false;                                   // lines of a file that "load" named
+    bool batch = false;                                     // more lines come: sessionRulesLost is left to who sends them
+    bool rulesUsed = false;                                 // a line meant a setting that the kernel's filter rules carry out
     uint32_t watchSeconds = 0;                              // between two runs of the command that comes next, 0 = it runs once
     uint32_t watchTimes = 0;                                // how often "watch" runs its command, 0 = until somebody stops it
     FILE *live = nullptr;                                   // what "watch" writes to as it goes; null: nobody looks on
@@ -75,6 +77,11 @@ Outcome sessionRun(Session *session, std::string_view line);
 
 // The same for words that somebody else has told apart: no quotes are looked for.
 Outcome sessionRunWords(Session *session, std::vector<std::string_view> words);
+
+// After lines that meant settings which the kernel's filter rules carry out (`rulesUsed`): asks the daemon whether the kernel
+// still has the rules. Returns a sentence, without a full stop, when it has not, and an empty text otherwise, also when the
+// daemon cannot be asked. What was set stays set.
+std::string sessionRulesLost(Session *session);
 
 // Asks what may stand at the end of a line that is not finished.
 Outcome sessionHelp(Session *session, std::string_view line);

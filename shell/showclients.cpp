@@ -1,3 +1,4 @@
+#include "l2/dhcp6snooping/clients/limits.h"
 #include "shell/actions.h"
 #include "shell/clients.h"
 
@@ -16,12 +17,17 @@ std::vector<Value> leaseCells(const ClientRecord &client, size_t index) {
 
 Outcome actionShowClients(Session *session, const Arguments &) {
     std::vector<ClientRecord> clients;
-    const CallEnd end = clientAll(&session->connection, &clients, &session->error);
+    uint64_t total = 0;
+    CallEnd end = clientAll(&session->connection, &clients, &session->error);
+    end = end == CallEnd::done ? clientTotal(&session->connection, &total, &session->error) : end;
     if (end != CallEnd::done) {
-        return actionEnd(session, end, "");
+        return actionEnd(session, end, "the daemon refused to tell its clients");
     }
     Report report;
-    reportTable(&report, "clients", "No client has been learned.",
+    reportFact(&report, "acknowledged", "Acknowledged by a server", valueNumber(clients.size()));
+    reportFact(&report, "pending", "Pending, without a REPLY", valueNumber(clientsLeft(total, clients.size())));
+    reportFact(&report, "room", "Room for more", valueNumber(clientsLeft(DHCP6SNOOPING_LIMIT_MAX, total)));
+    reportTable(&report, "clients", "No server has acknowledged a client.",
                 {{"mac", "MAC ADDRESS"}, {"vlan", "VLAN"}, {"port", "PORT"}});
     reportSubTable(&report, "leases", LEASE_COLUMNS);
     for (const ClientRecord &client : clients) {

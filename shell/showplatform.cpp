@@ -44,9 +44,15 @@ std::string filterKindText(uint32_t kind) {
 
 Outcome actionShowPlatform(Session *session, const Arguments &) {
     LinuxSwitchStatus status = {};
-    const CallEnd end = statusSwitch(&session->connection, &status, &session->error);
+    std::vector<LinuxUnlistedStatus> strangers;
+    CallEnd end = statusSwitch(&session->connection, &status, &session->error);
+    end = end == CallEnd::done ? statusUnlisted(&session->connection, &strangers, &session->error) : end;
     if (end != CallEnd::done) {
         return actionEnd(session, end, "the daemon refused to tell about the switch");
+    }
+    std::vector<std::string> unlisted;
+    for (const LinuxUnlistedStatus &stranger : strangers) {
+        unlisted.emplace_back(textField(stranger.interface));
     }
     Report report;
     reportFact(&report, "version", "snoopd6", valueText(textField(status.version)));
@@ -60,6 +66,7 @@ Outcome actionShowPlatform(Session *session, const Arguments &) {
     reportFact(&report, "dhcpv6_forwarded_by", "DHCPv6 is forwarded by",
                valueText(status.trap != 0 ? "snoopd6" : "the kernel"));
     reportFact(&report, "filter_rules", "Filter rules loaded", valueYesNo(status.rules != 0));
+    reportFact(&report, "unlisted_interfaces", "Not in the switch file", valueTexts(std::move(unlisted)));
     return actionShow(session, report);
 }
 

@@ -3,6 +3,7 @@
 #include "l2/dhcp6snooping/clients/limits.h"
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
 #include "shell/actions.h"
+#include "shell/clients.h"
 #include "shell/runningconfig.h"
 #include "shell/status.h"
 
@@ -26,6 +27,10 @@ CallEnd readPorts(Session *session, std::vector<PortLine> *lines) {
         lines->push_back(line);
     }
     return end;
+}
+
+uint64_t listedOn(const std::vector<ClientRecord> &clients, uint32_t ClientRecord::*place, uint32_t number) {
+    return static_cast<uint64_t>(std::ranges::count(clients, number, place));
 }
 
 const char *linkText(const LinuxPortStatus &port) {
@@ -76,7 +81,11 @@ Outcome actionShowSnooping(Session *session, const Arguments &) {
 
 Outcome actionShowInterfaces(Session *session, const Arguments &) {
     std::vector<PortLine> ports;
-    const CallEnd end = readPorts(session, &ports);
+    std::vector<ClientRecord> listed;
+    CallEnd end = readPorts(session, &ports);
+    if (std::ranges::any_of(ports, [](const PortLine &port) { return port.snooping.clients != 0; }) && end == CallEnd::done) {
+        end = clientAll(&session->connection, &listed, &session->error);
+    }
     if (end != CallEnd::done) {
         return actionEnd(session, end,
                          "the daemon refused to tell the settings of port " +
@@ -89,21 +98,33 @@ Outcome actionShowInterfaces(Session *session, const Arguments &) {
                  {"link", "LINK"},
                  {"trusted", "TRUSTED"},
                  {"max_clients", "MAX CLIENTS"},
-                 {"clients", "CLIENTS"}});
+                 {"clients", "CLIENTS"},
+                 {"pending", "PENDING"},
+                 {"room", "ROOM"}});
     for (const PortLine &port : ports) {
-        reportRow(&report, {valueText(textPort(port.platform.number)), valueText(textField(port.platform.interface)),
-                            valueText(linkText(port.platform)), valueYesNo(port.snooping.mode == 1),
-                            valueNumber(port.snooping.maxClients), valueNumber(port.snooping.clients)});
+        const Dhcp6SnoopingPortInfo &info = port.snooping;
+        const uint64_t pending = clientsLeft(info.clients, listedOn(listed, &ClientRecord::port, port.platform.number));
+        reportRow(&report,
+                  {valueText(textPort(port.platform.number)), valueText(textField(port.platform.interface)),
+                   valueText(linkText(port.platform)), valueYesNo(info.mode == 1), valueNumber(info.maxClients),
+                   valueNumber(info.clients), valueNumber(pending), valueNumber(clientsLeft(info.maxClients, info.clients))});
     }
     return actionShow(session, report);
 }
 
 Outcome actionShowVlans(Session *session, const Arguments &) {
     std::vector<LinuxVlanStatus> existing;
+    std::vector<ClientRecord> listed;
     CallEnd end = statusVlans(&session->connection, &existing, &session->error);
+    end = end == CallEnd::done ? clientAll(&session->connection, &listed, &session->error) : end;
     Report report;
     reportTable(&report, "vlans", "No VLAN exists, and none has a limit of its own.",
-                {{"vlan", "VLAN"}, {"exists", "EXISTS"}, {"max_clients", "MAX CLIENTS"}, {"clients", "CLIENTS"}});
+                {{"vlan", "VLAN"},
+                 {"exists", "EXISTS"},
+                 {"max_clients", "MAX CLIENTS"},
+                 {"clients", "CLIENTS"},
+                 {"pending", "PENDING"},
+                 {"room", "ROOM"}});
     for (uint32_t vlan = VLAN_FIRST; vlan <= VLAN_LAST && end == CallEnd::done; vlan++) {
         uint32_t asked = vlan;
         uint32_t limit = 0;
@@ -116,7 +137,9 @@ Outcome actionShowVlans(Session *session, const Arguments &) {
                                         [vlan](const LinuxVlanStatus &status) { return status.vlan == vlan; });
         // A VLAN that is no more may still have clients and a limit that waits for it.
         if (exists || limit != DHCP6SNOOPING_LIMIT_MAX || clients != 0) {
-            reportRow(&report, {valueNumber(vlan), valueYesNo(exists), valueNumber(limit), valueNumber(clients)});
+            const uint64_t pending = clientsLeft(clients, listedOn(listed, &ClientRecord::vlan, vlan));
+            reportRow(&report, {valueNumber(vlan), valueYesNo(exists), valueNumber(limit), valueNumber(clients),
+                                valueNumber(pending), valueNumber(clientsLeft(limit, clients))});
         }
     }
     if (end != CallEnd::done) {

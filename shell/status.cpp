@@ -80,6 +80,14 @@ CallEnd statusFiles(Connection *connection, LinuxFilesStatus *status, std::strin
     return readSingle(connection, LINUX_STATUS_FILES, status, sizeof *status, error);
 }
 
+CallEnd statusUnlisted(Connection *connection, std::vector<LinuxUnlistedStatus> *strangers, std::string *error) {
+    std::vector<uint8_t> bytes;
+    const CallEnd end = readTable(connection, LINUX_STATUS_UNLISTED, sizeof(LinuxUnlistedStatus), &bytes, error);
+    strangers->resize(bytes.size() / sizeof(LinuxUnlistedStatus));
+    copyRecords(strangers->data(), bytes);
+    return end;
+}
+
 CallEnd statusPorts(Connection *connection, std::vector<LinuxPortStatus> *ports, std::string *error) {
     std::vector<uint8_t> bytes;
     const CallEnd end = readTable(connection, LINUX_STATUS_PORTS, sizeof(LinuxPortStatus), &bytes, error);

@@ -1,6 +1,6 @@
 #pragma once
-// The Linux platform's own tables and switches, as the shell reads them: the switch, its files, ports, VLANs, learned MAC
-// addresses, counters, the source guard's ports and filters, and the debug switch.
+// The Linux platform's own tables and switches, as the shell reads them: the switch, its files, ports, interfaces that are no
+// port, VLANs, learned MAC addresses, counters, the source guard's ports and filters, and the debug switch.
 //
 // Tables come in pages. A daemon of a later release may append members to a record: longer records are read as far as this
 // shell knows them, shorter ones are refused. Pages must go forward and hold something, and a table ends at
@@ -24,6 +24,7 @@ inline constexpr uint32_t STATUS_MODULE_SNOOPING = 53;
 
 [[nodiscard]] CallEnd statusSwitch(Connection *connection, LinuxSwitchStatus *status, std::string *error);
 [[nodiscard]] CallEnd statusFiles(Connection *connection, LinuxFilesStatus *status, std::string *error);
+[[nodiscard]] CallEnd statusUnlisted(Connection *connection, std::vector<LinuxUnlistedStatus> *strangers, std::string *error);
 [[nodiscard]] CallEnd statusPorts(Connection *connection, std::vector<LinuxPortStatus> *ports, std::string *error);
 [[nodiscard]] CallEnd statusVlans(Connection *connection, std::vector<LinuxVlanStatus> *vlans, std::string *error);
 [[nodiscard]] CallEnd statusMacs(Connection *connection, std::vector<LinuxMacStatus> *macs, std::string *error);

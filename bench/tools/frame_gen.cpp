@@ -1,8 +1,8 @@
 // Sends a bounded number of frames, each client's in turn, in bursts at a given rate: what clients ask (solicit), what their
-// server answers (reply, or address without the prefix), or a storm of SOLICITs in which every frame has another source MAC
-// (spoof).
+// server answers (reply, or address without the prefix), or a storm: SOLICITs of which each has another source MAC (spoof), or
+// INFORMATION-REQUESTs or Relay-Forwards of which each has another destination MAC that no station has (information, relay).
 //
-// frame_gen solicit|reply|address|spoof WHERE FRAMES CLIENTS BURST FRAMES_PER_SECOND; WHERE as in packet_socket.h. Prints the number sent.
+// frame_gen solicit|reply|address|spoof|information|relay WHERE FRAMES CLIENTS BURST FRAMES_PER_SECOND; WHERE as in packet_socket.h. Prints the number sent.
 
 #include <algorithm>
 #include <cstdio>
@@ -17,36 +17,39 @@
 namespace {
 
 constexpr uint32_t BATCH = 64;
+constexpr uint32_t NONE = UINT32_MAX;
 
 struct Kind {
     const char *name;
     ClientFrameKind frames;
-    bool spoofed;
+    uint32_t madeUp; // where the MAC stands that every frame has another of; NONE for no such storm
 };
 
 constexpr Kind KINDS[] = {
-    {"solicit", ClientFrameKind::Solicit, false},
-    {"reply", ClientFrameKind::Reply, false},
-    {"address", ClientFrameKind::Address, false},
-    {"spoof", ClientFrameKind::Solicit, true},
+    {"solicit", ClientFrameKind::Solicit, NONE},
+    {"reply", ClientFrameKind::Reply, NONE},
+    {"address", ClientFrameKind::Address, NONE},
+    {"spoof", ClientFrameKind::Solicit, CLIENT_FRAME_SOURCE},
+    {"information", ClientFrameKind::Information, CLIENT_FRAME_DESTINATION},
+    {"relay", ClientFrameKind::RelayForward, CLIENT_FRAME_DESTINATION},
 };
 
 struct Load {
-    bool spoof;
+    uint32_t madeUp; // as in Kind
     uint32_t frames;
     uint32_t burst;
     uint32_t rate; // frames per second
 };
 
-// The Ethernet header is in no checksum, so that four bytes make another sender.
-void spoof(ClientFrame *frame, uint32_t number) {
+// The Ethernet header is in no checksum, so that four bytes make another station.
+void makeUp(ClientFrame *frame, uint32_t place, uint32_t number) {
     const uint8_t mac[6] = {0x02,
                             0x66,
                             static_cast<uint8_t>(number >> 24),
                             static_cast<uint8_t>(number >> 16),
                             static_cast<uint8_t>(number >> 8),
                             static_cast<uint8_t>(number)};
-    std::memcpy(&frame->bytes[CLIENT_FRAME_SOURCE], mac, sizeof mac);
+    std::memcpy(&frame->bytes[place], mac, sizeof mac);
 }
 
 // Sends frames first .. first + count - 1 of the endless row of frames. Returns how many the interface took.
@@ -55,8 +58,8 @@ uint32_t sendSome(int fd, std::vector<ClientFrame> *all, const Load *load, uint3
     iovec vectors[BATCH];
     for (uint32_t i = 0; i < count; i++) {
         ClientFrame *frame = &(*all)[(first + i) % all->size()];
-        if (load->spoof)
-            spoof(frame, first + i);
+        if (load->madeUp != NONE)
+            makeUp(frame, load->madeUp, first + i);
         vectors[i] = {.iov_base = frame->bytes, .iov_len = frame->length};
         messages[i].msg_hdr.msg_iov = &vectors[i];
         messages[i].msg_hdr.msg_iovlen = 1;
@@ -110,9 +113,10 @@ uint32_t number(const char *text) { return static_cast<uint32_t>(std::strtoul(te
 int main(int argc, char **argv) {
     const Kind *kind = argc == 7 ? kindOf(argv[1]) : nullptr;
     const uint32_t clients = kind != nullptr ? number(argv[4]) : 0;
-    const Load load = kind != nullptr ? Load{kind->spoofed, number(argv[3]), number(argv[5]), number(argv[6])} : Load{};
+    const Load load = kind != nullptr ? Load{kind->madeUp, number(argv[3]), number(argv[5]), number(argv[6])} : Load{};
     if (load.frames == 0 || clients == 0 || clients > CLIENT_FRAME_CLIENTS_MAX || load.burst == 0 || load.rate == 0) {
-        std::fprintf(stderr, "usage: frame_gen solicit|reply|address|spoof WHERE FRAMES CLIENTS BURST FRAMES_PER_SECOND\n");
+        std::fprintf(stderr, "usage: frame_gen solicit|reply|address|spoof|information|relay WHERE FRAMES CLIENTS BURST "
+                             "FRAMES_PER_SECOND\n");
         return 2;
     }
     std::vector<ClientFrame> all = clientFrames(kind->frames, clients, clients);

@@ -1,5 +1,6 @@
 #include "platform/linux/capture.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cerrno>
@@ -16,6 +17,7 @@
 #include "platform/linux/filter.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/maccache.h"
+#include "platform/linux/mactable.h"
 #include "platform/linux/packetsocket.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/send.h"
@@ -28,6 +30,7 @@ constexpr uint32_t RECEIVE_MAX = SMD_FRAME_MAX - 4;                // bytes with
 constexpr uint32_t FRAME_OFFSET = 64 + SMD_FRAME_ALIGN;            // in a slot; in front of it a cache line of room
 constexpr uint32_t RAW_OFFSET = FRAME_OFFSET + LINUX_RAW_HEADROOM; // where a frame is received to
 constexpr uint32_t SLOT_BYTES = (RAW_OFFSET + RECEIVE_MAX + 8 + SMD_FRAME_TAIL + 63) / 64 * 64;
+constexpr uint32_t QUESTION_PRICE = 8;          // frames; what a frame with a question to the MAC table counts for
 constexpr uint32_t DRAIN_MAX = 1 << 20;         // frames; a full socket holds fewer
 constexpr uint16_t DHCPV6_PORTS[] = {546, 547}; // the trap's rules know these
 
@@ -46,6 +49,7 @@ struct Socket {
     uint32_t refused; // interface that no socket could be opened on: said once, tried at every change
     event *readable;
     uint64_t lost;
+    uint32_t price; // of a frame in the next batch, 1 to QUESTION_PRICE; 0 before the first batch
 };
 
 std::array<Slot, LINUX_FRAMES_A_TURN> slots;
@@ -85,8 +89,17 @@ LinuxRawFrame readRaw(Slot *slot, mmsghdr *message) {
     return raw;
 }
 
-// Takes up to `limit` frames of one port and delivers them. Returns how many there were.
-uint32_t receive(uint32_t port0, uint32_t limit) {
+// Returns the price of a frame in the port's next batch, from what this batch asked. The price rises at once and falls by one a
+// batch, so that a port does not get a full turn by asking in every second batch only.
+uint32_t priceAfter(uint32_t before, uint32_t frames, uint32_t questions) {
+    const uint32_t shown = 1 + (QUESTION_PRICE - 1) * questions / frames;
+    return std::max(shown, before - 1);
+}
+
+// Takes as many frames of one port as `share` buys, at least one, and delivers them. Returns what they cost.
+uint32_t receive(uint32_t port0, uint32_t share) {
+    const uint32_t price = std::max(sockets[port0].price, 1u);
+    const uint32_t limit = std::max(share / price, 1u);
     int n = recvmmsg(sockets[port0].fd, messages.data(), limit, MSG_DONTWAIT, nullptr);
     uint32_t count = n > 0 ? static_cast<uint32_t>(n) : 0; // none when the interface went down, which the notification tells
     if (count < limit) {
@@ -104,6 +117,7 @@ uint32_t receive(uint32_t port0, uint32_t limit) {
                             .ports = {wantedPorts.data(), wantedCount}};
     linuxCounters[port0].received += count;
     linuxMacCacheDoubt();
+    const uint32_t asked = linuxMacQuestions();
     for (uint32_t i = 0; i < count; i++) {
         LinuxRawFrame raw = readRaw(&slots[i], &messages[i]);
         messages[i].msg_hdr.msg_controllen = sizeof controls[i].bytes; // the kernel left the length that it used
@@ -113,7 +127,8 @@ uint32_t receive(uint32_t port0, uint32_t limit) {
         }
         linuxDeliver(ingress, &raw);
     }
-    return count;
+    sockets[port0].price = priceAfter(price, count, linuxMacQuestions() - asked);
+    return std::min(count * price, share);
 }
 
 // One turn: frames of all ready ports, each its share first and then what the others left, and what was sent meanwhile.

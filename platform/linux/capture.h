@@ -6,6 +6,10 @@
 // storm on one port starves the others nor all of them together starve remote calls and timers. What they send during the turn
 // leaves at its end, in batches.
 //
+// A frame to a station that is not remembered costs a question to the kernel (maccache.h). It counts for eight frames of its
+// port's share, so that a storm of such frames makes turns shorter and not longer. What is not taken in a turn waits in the
+// port's own socket: every question is still asked, and no other port's frames wait for it.
+//
 // The frames lie in one static array of slots; nothing is allocated, and no system call is made for a single frame.
 
 #include <cstdint>

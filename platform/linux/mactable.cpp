@@ -19,6 +19,8 @@ namespace {
 constexpr uint32_t MAC_LENGTH = 6;
 constexpr uint32_t EXTENDED_LOCKED = 1 << 1; // NTF_EXT_LOCKED, of kernels from 6.2 on
 
+uint32_t questions; // to the kernel, about single stations
+
 struct Listing {
     uint32_t skip;
     LinuxMacStatus *out;
@@ -131,6 +133,7 @@ uint32_t linuxMacList(uint32_t start, LinuxMacStatus *out, uint32_t room, bool *
 // Asks the kernel; keeps its answer, unless that says more than the place.
 static bool askKernel(const uint8_t *mac, uint16_t vlan, LinuxMacPlace *place, bool *refused) {
     LinuxNetlinkQuestion asked{};
+    ++questions;
     nlmsghdr *message = question(&asked, NLM_F_REQUEST);
     mnl_attr_put_u32(message, NDA_MASTER, linuxLinks[LINUX_LINK_BRIDGE].ifindex);
     mnl_attr_put(message, NDA_LLADDR, MAC_LENGTH, mac);
@@ -168,6 +171,8 @@ bool linuxMacIsBehind(uint32_t port0, const uint8_t *mac, uint32_t vlan) {
     }
     return place.trunk != LINUX_NO_TRUNK || place.port == port0 + 1;
 }
+
+uint32_t linuxMacQuestions() { return questions; }
 
 extern "C" int32_t smdVDMacGet(SmdMacQuery *q) {
     LinuxMacPlace place{};

@@ -25,6 +25,9 @@ struct LinuxMacEntry {
 // Asks the kernel when that is not remembered.
 [[nodiscard]] bool linuxMacIsBehind(uint32_t port0, const uint8_t *mac, uint32_t vlan);
 
+// How often the kernel was asked where a station is, since the start. Wraps.
+[[nodiscard]] uint32_t linuxMacQuestions();
+
 // Reads entries of the switch's bridge from number `start` on, in the kernel's order, at most `room` of them. Returns how many;
 // *more tells whether there are further ones.
 [[nodiscard]] uint32_t linuxMacList(uint32_t start, LinuxMacStatus *out, uint32_t room, bool *more);

@@ -53,6 +53,7 @@ enum : uint32_t {
     LINUX_STATUS_GUARD = 5,    // LinuxGuardPortStatus, ascending port
     LINUX_STATUS_FILTERS = 6,  // LinuxFilterStatus, ascending kind, port, VLAN, MAC and address as bytes
     LINUX_STATUS_FILES = 7,    // one LinuxFilesStatus
+    LINUX_STATUS_UNLISTED = 8, // LinuxUnlistedStatus, in no order; 64 at most
 };
 
 struct LinuxStatusAsk {
@@ -89,6 +90,13 @@ struct LinuxFilesStatus {  // paths; empty when one is too long
     char startupFile[256]; // absolute; where the configuration is saved, and taken from at start
 };
 static_assert(sizeof(LinuxFilesStatus) == 512);
+
+struct LinuxUnlistedStatus { // an interface in the bridge that is no port of the switch file: neither snooped nor guarded
+    char interface[16];
+    uint32_t ifindex;
+    uint32_t reserved;
+};
+static_assert(sizeof(LinuxUnlistedStatus) == 24);
 
 inline constexpr uint32_t LINUX_NO_TRUNK = 0xFFFFFFFFu;
 

@@ -25,7 +25,7 @@ struct Caller {
     int pid;           // for the log
     uint64_t lastUsed; // count of messages at the time of its last one; 0 before the first
     uint32_t length;   // bytes of its message; 0 while none waits
-    event readable;    // added while its next message may be read
+    event readable;    // taken out of the loop when it comes while no message may be read
 };
 
 static Caller callers[LINUX_CALLERS_MAX];
@@ -137,16 +137,19 @@ static const char *faultOf(ssize_t n, int flags, const VosMsgHeader *header) {
     return nullptr;
 }
 
-static void messageArrived(Caller *caller, uint32_t place, const VosMsgHeader *header, uint32_t length) {
+// Nothing is read from a caller whose message waits or was taken and is not done with.
+static bool mayRead(const Caller *caller) { return caller->length == 0 && caller->id != takenFrom; }
+
+static void readAgain(Caller *caller) {
+    if (event_pending(&caller->readable, EV_READ, nullptr) == 0) {
+        event_add(&caller->readable, nullptr);
+    }
+}
+
+static void messageArrived(Caller *caller, uint32_t place, uint32_t length) {
     messageCount++;
     caller->lastUsed = messageCount;
-    if (header->type >= 0x8000) {
-        const VosMsgReplyCtx ctx = {.caller = caller->id, .requestId = header->requestId, .type = header->type, .reserved = 0};
-        answerPlatformMessage(header, &ctx, &messages[place][sizeof *header]);
-        return;
-    }
     caller->length = length;
-    event_del(&caller->readable);
     waiting[(waitingFirst + waitingCount) % LINUX_CALLERS_MAX] = place;
     waitingCount++;
 }
@@ -154,6 +157,10 @@ static void messageArrived(Caller *caller, uint32_t place, const VosMsgHeader *h
 static void callerReadable(evutil_socket_t fd, short, void *user) {
     Caller *caller = static_cast<Caller *>(user);
     const uint32_t place = static_cast<uint32_t>(caller - callers);
+    if (!mayRead(caller)) { // most callers wait for their reply before they send again, and never get here
+        event_del(&caller->readable);
+        return;
+    }
     iovec space = {messages[place], VOS_MSG_MAX};
     msghdr call = {};
     call.msg_iov = &space;
@@ -174,7 +181,7 @@ static void callerReadable(evutil_socket_t fd, short, void *user) {
         closeCaller(caller);
         return;
     }
-    messageArrived(caller, place, &header, static_cast<uint32_t>(n));
+    messageArrived(caller, place, static_cast<uint32_t>(n));
 }
 
 // ---- What libvos asks for ------------------------------------------------------------------------------------------
@@ -185,7 +192,16 @@ void linuxQueueResume() {
     Caller *caller = callerById(takenFrom);
     takenFrom = 0;
     if (caller != nullptr) {
-        event_add(&caller->readable, nullptr);
+        readAgain(caller);
+    }
+}
+
+// One platform message is as much as a turn of the loop gives to the callers: some take milliseconds.
+static void answerTaken(uint32_t place, const VosMsgHeader *header, const VosMsgReplyCtx *ctx) {
+    answerPlatformMessage(header, ctx, &messages[place][sizeof *header]);
+    Caller *caller = callerById(ctx->caller);
+    if (caller != nullptr) { // it may have lost its connection
+        readAgain(caller);
     }
 }
 
@@ -197,16 +213,20 @@ uint32_t linuxQueueTake(uint8_t *buf, uint32_t size, VosMsgReplyCtx *ctx) {
         Caller *caller = &callers[place];
         const uint32_t length = caller->length;
         caller->length = 0;
+        VosMsgHeader header;
+        memcpy(&header, messages[place], sizeof header);
+        *ctx = {.caller = caller->id, .requestId = header.requestId, .type = header.type, .reserved = 0};
+        if (header.type >= 0x8000) {
+            answerTaken(place, &header, ctx);
+            return 0;
+        }
         if (length > size) {
             linuxLogLimited("process %d sent a message of %u bytes where %u are taken: disconnected", caller->pid, length,
                             size);
             closeCaller(caller);
             continue;
         }
-        VosMsgHeader header;
-        memcpy(&header, messages[place], sizeof header);
         memcpy(buf, messages[place], length);
-        *ctx = {.caller = caller->id, .requestId = header.requestId, .type = header.type, .reserved = 0};
         takenFrom = caller->id;
         return length;
     }

@@ -10,6 +10,8 @@
 //   that idle callers cannot lock others out.
 // - One message per connection. While it waits, nothing more is read from that connection: what else its caller sends stays
 //   in the kernel, at the caller's expense, and every caller gets its turn.
+// - One message of all connections is dealt with in a turn of the loop, whether the daemon or the platform answers it. So
+//   frames and timers wait for the longest single answer, and not for as many as there are callers.
 // - A message that is not exactly as long as its header says, or of another version, ends its connection.
 // - Replies are sent without waiting. A caller that does not read them loses its connection.
 
@@ -36,8 +38,8 @@ bool linuxQueueReady();
 // The message taken last is done with, answered or not: reads from its connection again.
 void linuxQueueResume();
 
-// Copies the message that waits longest. Returns its bytes, 0 when none waits. A message longer than `size` ends its
-// connection.
+// Deals with the message that waits longest: answers one for the platform and returns 0, copies one for the daemon and returns
+// its bytes. Returns 0 also when none waits. A message for the daemon that is longer than `size` ends its connection.
 uint32_t linuxQueueTake(uint8_t *buf, uint32_t size, VosMsgReplyCtx *ctx);
 
 // Sends a reply: a header made from ctx and result, then the payload. 0 when it was handed over.

@@ -1,6 +1,7 @@
 #include "platform/linux/runningconfig.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <string>
 
@@ -16,14 +17,16 @@ constexpr uint32_t SPACE_MAX = 1 << 24;       // everything at its largest takes
 int32_t (*build)(char *text, uint32_t *space, uint32_t flags, uint32_t context);
 std::string current;
 uint32_t generation;
+uint32_t spaceNeeded = SPACE_FIRST; // for the text that was built last; a text that does not fit is built for nothing
 
 // False when the builder answers that it cannot, whatever the space.
 bool buildInto(std::string *text) {
-    for (uint32_t size = SPACE_FIRST; size <= SPACE_MAX; size *= 2) {
+    for (uint32_t size = spaceNeeded; size <= SPACE_MAX; size *= 2) {
         text->assign(size, '\0');
         uint32_t space = size;
         if (build(text->data(), &space, MODULE_COMMANDS, 0) == 0) {
             text->resize(strnlen(text->data(), size));
+            spaceNeeded = std::max(SPACE_FIRST, std::bit_ceil(static_cast<uint32_t>(text->size()) + 1));
             return true;
         }
     }

@@ -16,6 +16,7 @@
 #include "platform/linux/nftwatch.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/startup.h"
+#include "platform/linux/strangers.h"
 #include "platform/linux/switchfile.h"
 #include "platform/linux/trap.h"
 #include "platform/linux/vlans.h"
@@ -73,6 +74,20 @@ void writeFiles(Page *page, uint32_t) {
     putPath(&record.switchFile, linuxSwitchFilePath());
     putPath(&record.startupFile, linuxStartupFile());
     put(page, &record);
+}
+
+// All of them fit on one page.
+void writeUnlisted(Page *page, uint32_t) {
+    for (uint32_t place = 0; place < LINUX_STRANGERS_MAX; place++) {
+        const LinuxStranger *stranger = linuxStrangerAt(place);
+        if (stranger == nullptr) {
+            continue;
+        }
+        LinuxUnlistedStatus record{};
+        memcpy(record.interface, stranger->name, sizeof record.interface);
+        record.ifindex = stranger->ifindex;
+        put(page, &record);
+    }
 }
 
 // One record for every port of the switch; `add` makes it and puts it.
@@ -183,7 +198,7 @@ struct Table {
     void (*write)(Page *page, uint32_t start);
 };
 
-constexpr std::array<Table, 8> TABLES = {{
+constexpr std::array<Table, 9> TABLES = {{
     {LINUX_STATUS_SWITCH, sizeof(LinuxSwitchStatus), writeSwitch},
     {LINUX_STATUS_PORTS, sizeof(LinuxPortStatus), writePorts},
     {LINUX_STATUS_VLANS, sizeof(LinuxVlanStatus), writeVlans},
@@ -192,6 +207,7 @@ constexpr std::array<Table, 8> TABLES = {{
     {LINUX_STATUS_GUARD, sizeof(LinuxGuardPortStatus), writeGuard},
     {LINUX_STATUS_FILTERS, sizeof(LinuxFilterStatus), writeFilters},
     {LINUX_STATUS_FILES, sizeof(LinuxFilesStatus), writeFiles},
+    {LINUX_STATUS_UNLISTED, sizeof(LinuxUnlistedStatus), writeUnlisted},
 }};
 
 int32_t answer(const uint8_t *payload, uint32_t length, uint8_t *reply, uint32_t replyMax, uint32_t *replyLength) {

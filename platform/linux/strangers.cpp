@@ -20,10 +20,13 @@ LinuxStranger *find(uint32_t ifindex) {
 
 } // namespace
 
+const LinuxStranger *linuxStrangerAt(uint32_t place) { return strangers[place].ifindex != 0 ? &strangers[place] : nullptr; }
+
 void linuxStrangerSeen(uint32_t ifindex, const char *name, uint32_t reading) {
     LinuxStranger *stranger = find(ifindex);
     if (stranger != nullptr) {
         stranger->seen = reading;
+        snprintf(stranger->name, sizeof stranger->name, "%s", name); // it may have another one now
         return;
     }
     stranger = find(0);

@@ -12,6 +12,9 @@ struct LinuxStranger {
     char name[16];
 };
 
+// The interface in a place below LINUX_STRANGERS_MAX, or null when the place is free.
+[[nodiscard]] const LinuxStranger *linuxStrangerAt(uint32_t place);
+
 // Takes note of an interface that is in the bridge and no port, or is not in it any more.
 void linuxStrangerSeen(uint32_t ifindex, const char *name, uint32_t reading);
 void linuxStrangerGone(uint32_t ifindex);

@@ -14,6 +14,7 @@
 #include "linux_interfaces.h"
 #include "platform/libvlan.h"
 #include "platform/linux/ports.h"
+#include "platform/linux/strangers.h"
 #include "platform/linux/vlans.h"
 
 class LinuxLinks : public LinuxInterfaces {};
@@ -94,6 +95,33 @@ TEST_F(LinuxLinks, TheBridgeIsFollowedToo) {
     EXPECT_EQ(members(1), 0xC0u);
     tellGone(BRIDGE, "cellar");
     EXPECT_STREQ(linuxLinks[LINUX_LINK_BRIDGE].name, "br0");
+}
+
+// The names of the strangers that the status lists.
+static std::string strangers() {
+    std::string names;
+    for (uint32_t place = 0; place < LINUX_STRANGERS_MAX; place++) {
+        const LinuxStranger *stranger = linuxStrangerAt(place);
+        names += stranger != nullptr ? std::string(stranger->name) + " " : "";
+    }
+    return names;
+}
+
+TEST_F(LinuxLinks, StrangersAreListedByTheNameThatTheyHave) {
+    linuxStrangersKeep(UINT32_MAX); // those of other tests are forgotten
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(strangers(), "");
+    tellInterface(P3 + 20, "uplink", BRIDGE);
+    tellInterface(P3 + 21, "spare", BRIDGE);
+    EXPECT_EQ(strangers(), "uplink spare ");
+    tellInterface(P3 + 20, "cellar", BRIDGE);
+    EXPECT_EQ(strangers(), "cellar spare ");
+    tellInterface(P3 + 20, "cellar", 0);
+    EXPECT_EQ(strangers(), "spare ");
+    tellGone(P3 + 20, "cellar");
+    tellGone(P3 + 21, "spare");
+    EXPECT_EQ(strangers(), "");
+    testing::internal::GetCapturedStderr();
 }
 
 TEST_F(LinuxLinks, AStrangerInTheBridgeIsNamedOnce) {

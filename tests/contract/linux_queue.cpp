@@ -2,7 +2,10 @@
 
 #include <array>
 #include <cstring>
+#include <event2/event.h>
+#include <event2/event_struct.h>
 #include <gtest/gtest.h>
+#include <set>
 #include <unistd.h>
 
 #include "platform/libsyslog.h"
@@ -158,4 +161,48 @@ TEST_F(Queue, PlatformAndDaemonMessagesKeepTheirOrder) {
     daemonIdle();
     EXPECT_EQ(callerRead(caller).header.requestId, 1u);
     EXPECT_EQ(callerRead(caller).header.requestId, 2u);
+}
+
+// ---- Turns ---------------------------------------------------------------------------------------------------------
+
+static uint32_t turns; // of the loop, so far
+static event turnTimer;
+static std::vector<uint32_t> answeredAt; // turns at the time of each answer
+
+static void countTurn(evutil_socket_t, short, void *) {
+    constexpr timeval NOW = {0, 0};
+    turns++;
+    evtimer_add(&turnTimer, &NOW);
+}
+
+static int32_t answerInTurn(const uint8_t *, uint32_t, uint8_t *, uint32_t, uint32_t *) {
+    answeredAt.push_back(turns);
+    return 0;
+}
+
+TEST_F(Queue, ATurnAnswersOnePlatformMessage) {
+    std::vector<int> crowd = {caller};
+    while (crowd.size() < 20) {
+        crowd.push_back(callerConnect());
+        expectServed(crowd.back(), 1);
+    }
+    linuxMsgHandle(0x800D, answerInTurn);
+    for (const int fd : crowd) {
+        callerSend(fd, message(0x800D, 7, {}));
+    }
+    answeredAt.clear();
+    evtimer_assign(&turnTimer, linuxLoopBase(), countTurn, nullptr);
+    countTurn(-1, 0, nullptr);
+    for (uint32_t i = 0; i < 1000 && answeredAt.size() < crowd.size(); i++) {
+        EXPECT_EQ(daemonTake(0).result, 0);
+    }
+    evtimer_del(&turnTimer);
+    ASSERT_EQ(answeredAt.size(), crowd.size());
+    EXPECT_EQ(std::set<uint32_t>(answeredAt.begin(), answeredAt.end()).size(), crowd.size());
+    for (const int fd : crowd) {
+        EXPECT_EQ(callerRead(fd).got, Got::reply);
+    }
+    for (size_t i = 1; i < crowd.size(); i++) {
+        close(crowd[i]);
+    }
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <unistd.h>
+#include <utility>
 
 #include "platform/linux/protocol.h"
 #include "tests/contract/linux_caller.h"
@@ -40,17 +41,6 @@ static std::string textOf(size_t length) {
     text.resize(length);
     return text;
 }
-
-class RunningConfig : public Queue {
-  protected:
-    void SetUp() override {
-        Queue::SetUp();
-        ASSERT_EQ(vosMsgRegisterBldrun(build), 0);
-        refuses = false;
-        config = "text of " + std::string(testing::UnitTest::GetInstance()->current_test_info()->name());
-        spaces.clear();
-    }
-};
 
 // ---- The caller ----------------------------------------------------------------------------------------------------
 
@@ -101,6 +91,19 @@ static std::string askAll(int fd, uint32_t *pages) {
     return text;
 }
 
+class RunningConfig : public Queue {
+  protected:
+    void SetUp() override {
+        Queue::SetUp();
+        ASSERT_EQ(vosMsgRegisterBldrun(build), 0);
+        refuses = false;
+        config.clear();
+        ask(caller, 0, 0); // as if no longer text had been built before
+        config = "text of " + std::string(testing::UnitTest::GetInstance()->current_test_info()->name());
+        spaces.clear();
+    }
+};
+
 // ---- Pages ---------------------------------------------------------------------------------------------------------
 
 TEST_F(RunningConfig, NoBuilder) {
@@ -124,10 +127,23 @@ TEST_F(RunningConfig, BuiltOnceForAllItsPages) {
     askAll(caller, &pages);
     EXPECT_EQ(pages, 5u);
     EXPECT_EQ(spaces, (std::vector<uint32_t>{1 << 16, 1 << 17, 1 << 18, 1 << 19}));
-    spaces.clear();
-    config = textOf(65535);
-    askAll(caller, &pages);
-    EXPECT_EQ(spaces, std::vector<uint32_t>{1 << 16}) << "as much as fits beside the end of the text";
+}
+
+TEST_F(RunningConfig, BuiltOnceWhereTheLastTextFitted) {
+    for (const auto &[length, expected] : std::vector<std::pair<size_t, std::vector<uint32_t>>>{
+             {300000, {1 << 16, 1 << 17, 1 << 18, 1 << 19}},
+             {300000, {1 << 19}},
+             {65535, {1 << 19}}, // as much as fits in the smallest space beside the end of the text
+             {65535, {1 << 16}},
+             {65536, {1 << 16, 1 << 17}},
+             {65536, {1 << 17}},
+             {0, {1 << 17}},
+         }) {
+        spaces.clear();
+        config = textOf(length);
+        ask(caller, 0, 0);
+        EXPECT_EQ(spaces, expected) << length;
+    }
 }
 
 TEST_F(RunningConfig, TheLongestText) {
@@ -144,7 +160,7 @@ TEST_F(RunningConfig, ABuilderThatRefuses) {
     refuses = true;
     spaces.clear();
     EXPECT_EQ(ask(caller, 0, 0).result, LINUX_RESULT_BAD);
-    EXPECT_EQ(spaces.size(), 9u) << "from 64 KiB to 16 MiB";
+    EXPECT_EQ(spaces.size(), 8u) << "from 128 KiB to 16 MiB";
     EXPECT_EQ(ask(caller, first.head.next, first.head.generation).text, config.substr(PAGE_MAX)) << "pages under way go on";
     refuses = false;
     EXPECT_EQ(ask(caller, 0, 0).head.generation, first.head.generation);

@@ -183,3 +183,26 @@ def test_rules_that_are_gone_are_noticed(daemon, switch, words):
     daemon.until(lambda: "again; restart snoopd6" in daemon.log(), "their return is logged")
     assert rules() == [1, 1]
     assert daemon.log().count("are gone from the kernel") == 1
+
+
+LOST = (
+    "the kernel has lost the daemon's filter rules: nothing is guarded, and DHCPv6 passes; "
+    "restart snoopd6 to load them again\n"
+)
+
+
+def test_settings_that_need_the_rules_fail_without_them(daemon, switch, tmp_path):
+    """They are made all the same, where the daemon takes them. A file of them fails once, with all its lines run."""
+    nft(switch, "flush", "ruleset")
+    daemon.until(lambda: "are gone from the kernel" in daemon.log(), "the loss is logged")
+    bind = "ipv6-source-guard bind ip 2001:db8::"
+    for line in ("dhcpv6-snooping", f"{bind}1", f"undo {bind}1"):
+        assert daemon.ctl(*line.split(), check=False) == (1, "", f"snoopctl: the setting is made, but {LOST}"), line
+    for line in ("undo ipv6-source-guard vlan 10", "interface ethernet 0/1 ipv6-source-guard"):
+        status, said, error = daemon.ctl(*line.split(), check=False)
+        assert (status, said, error.endswith(f"; {LOST}")) == (1, "", True), error
+    assert daemon.ctl(*"dhcpv6-snooping l2-relay".split(), check=False) == (0, "", "")
+    lines = tmp_path / "lines"
+    lines.write_text("".join(f"{bind}{number:x}\n" for number in range(1, 101)))
+    assert daemon.ctl("-f", str(lines), check=False) == (1, "", f"{lines}: {LOST}")
+    assert daemon.ctl("--json", "show", "ipv6-source-guard", "bindings").count('"address"') == 100

@@ -7,6 +7,7 @@ import pytest
 from lab import calls, netns
 from lab.daemon import program
 from lab.frames import SOLICIT, from_client, mac_number
+from lab.switch import BRIDGE
 
 
 def test_what_is_set_is_shown(idle):
@@ -43,6 +44,39 @@ def test_clients_as_text_and_as_json(daemon, learn):
         assert all(lease["address"] in text for lease in row["leases"]) and row["mac"] in text
     alone = daemon.ctl("show", "dhcpv6-snooping", "client", mac_number(2))
     assert "2001:db8::3" in alone and "2001:db8::1" not in alone
+
+
+def test_clients_that_no_server_has_answered(daemon, sent, learn):
+    """They are counted where they take a place: in the table, on their port, in their VLAN."""
+    def shown(what):
+        return json.loads(daemon.ctl("--json", "show", "dhcpv6-snooping", what))
+
+    learn(1, mac_number(1), "2001:db8::1")
+    sent(1, *(from_client(SOLICIT, mac_number(number)) for number in range(2, 5)))
+    sent(2, from_client(SOLICIT, mac_number(5), tags=(10,)))
+    daemon.ctl(*"interface ethernet 0/1 dhcpv6-snooping max-clients 6".split())
+    clients = shown("clients")
+    assert [row["mac"] for row in clients.pop("clients")] == [mac_number(1)]
+    assert clients == {"acknowledged": 1, "pending": 4, "room": 2043}
+    rows = [(row["clients"], row["pending"], row["room"]) for row in shown("interfaces")["interfaces"]]
+    assert rows == [(4, 3, 2), (1, 1, 2047), (0, 0, 2048), (0, 0, 2048)]
+    vlans = {row["vlan"]: (row["clients"], row["pending"], row["room"]) for row in shown("vlans")["vlans"]}
+    assert (vlans[1], vlans[10]) == ((4, 3, 2044), (1, 1, 2047))
+
+
+def test_interfaces_that_the_switch_file_does_not_have(daemon, switch):
+    def shown():
+        return json.loads(daemon.ctl("--json", "show", "platform"))["unlisted_interfaces"]
+
+    assert shown() == [] and "Not in the switch file  none" in daemon.ctl("show", "platform")
+    switch.ip("link", "add", "spare", "type", "veth", "peer", "name", "other")
+    switch.ip("link", "set", "spare", "master", BRIDGE)
+    daemon.until(lambda: shown() == ["spare"], "it is shown")
+    assert "Not in the switch file  spare" in daemon.ctl("show", "platform")
+    switch.ip("link", "set", "other", "master", BRIDGE)
+    daemon.until(lambda: shown() == ["spare", "other"], "so is the second")
+    switch.ip("link", "set", "spare", "nomaster")
+    daemon.until(lambda: shown() == ["other"], "one left the bridge")
 
 
 @pytest.mark.parametrize("words, left", [

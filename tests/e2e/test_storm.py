@@ -11,16 +11,26 @@ from lab import calls, memory, vlans
 from lab.daemon import Daemon
 from lab.exchanges import OF_CLIENTS, OF_SERVER, SERVER, Exchanges, address_of, answers, asks
 from lab.frames import (
-    ADVERTISE, ETH_MARKER, FRAGMENT, RELAY_REPL, RENEW, REPLY, SERVERS, SERVERS_MAC, SOLICIT, UDP, ethernet,
-    fragment_header, from_client, from_server, ia_na, ipv6, link_local, mac_bytes, mac_number, mac_text, message, relay_message,
+    ADVERTISE, ETH_MARKER, FRAGMENT, INFORMATION_REQUEST, RELAY_FORW, RELAY_REPL, RENEW, REPLY, SERVERS, SERVERS_MAC, SOLICIT,
+    UDP, ethernet, fragment_header, from_client, from_server, ia_na, ipv6, link_local, mac_bytes, mac_number, mac_text, message,
+    relay_message,
 )  # fmt: skip
 from lab.storm import RECEIVER, SPOOFED, Storm, Stormy, carried, only_from
 
 STORMY, CALM, QUIET, UPLINK = 1, 2, 3, 4  # ports
 LIMIT, CAPACITY = 256, 2048  # clients: of the stormy port, as an operator would have it; of the table
 TURN = 64  # frames that the daemon takes before it looks at anything else
+QUESTION = 8  # frames that one counts for when the kernel has to be asked where it goes
 ANYBODY = mac_text(SPOOFED + bytes(4))
 SPOOF = from_client(SOLICIT, ANYBODY)
+WANDERER = "02:0d:00:00:00:01"  # no client of the exchanges
+TO_NOBODY = {  # each of them is a question to the kernel
+    "INFORMATION-REQUESTs": from_client(INFORMATION_REQUEST, WANDERER, destination=ANYBODY),
+    "RELAY-FORWs": from_client(
+        RELAY_FORW, WANDERER, destination=ANYBODY, payload=relay_message(RELAY_FORW, message(SOLICIT))
+    ),
+}  # fmt: skip
+to_nobody = pytest.mark.parametrize("frame", TO_NOBODY.values(), ids=TO_NOBODY)
 
 
 @pytest.fixture
@@ -162,6 +172,21 @@ def test_a_storm_from_the_servers_side(daemon, switch, exchanges, storm):
     assert daemon.grown(UPLINK, exchanges.before[UPLINK])["sent"] == flooded + len(exchanges.asked)
 
 
+@to_nobody
+def test_a_storm_to_stations_that_nobody_knows(daemon, switch, exchanges, storm, frame):
+    """All of it goes to the servers' port. Who is known meanwhile is found, and nobody else gets the answer."""
+    quiet = switch.wire(QUIET)
+    on = storm(frame, spoofed=RECEIVER)
+    on.until_felt()
+    exchanges.run(range(1, 31), on.reached(5000))
+    counted = on.end()
+    exchanges.check()
+    assert counted == {"received": counted["received"], "delivered": counted["received"]}
+    assert daemon.grown(UPLINK, exchanges.before[UPLINK])["sent"] == counted["received"] + len(exchanges.asked)
+    assert daemon.grown(CALM, exchanges.before[CALM])["sent"] == len(exchanges.answered)
+    assert quiet.take() == []
+
+
 def test_two_storms_at_once(daemon, limited, exchanges, storm):
     daemon.call(calls.PORT_MAX, QUIET, LIMIT)
     both = [storm(SPOOF, port=port) for port in (STORMY, QUIET)]
@@ -260,6 +285,21 @@ def test_between_two_messages_a_turn_of_frames(daemon, limited, switch, storm):
     on.end()
 
 
+@to_nobody
+def test_a_turn_takes_fewer_frames_that_ask_the_kernel(daemon, limited, switch, storm, frame):
+    """And as many as before of those that come after them."""
+    for storming, words, expected in (
+        (frame, {"spoofed": RECEIVER}, [TURN // QUESTION] * 39), (SPOOF, {}, [TURN] * 39)
+    ):  # fmt: skip
+        on = storm(storming, **words)
+        on.until_felt(2000)
+        with standing_still(daemon):
+            put(daemon.link, *[STATUS_OF_COUNTERS] * 40)
+            until_waiting(daemon, switch, 60 * TURN)
+        assert steps([taken_by(daemon.link) for _ in range(40)]) == expected
+        on.end()
+
+
 def test_a_crowd_of_callers(daemon, limited, switch, storm):
     """Thirty remote calls at once: a turn of frames goes before each."""
     on = storm(SPOOF)
@@ -274,6 +314,23 @@ def test_a_crowd_of_callers(daemon, limited, switch, storm):
                 put(caller, REMOTE, STATUS_OF_COUNTERS)
             until_waiting(daemon, switch, 60 * TURN)
         assert [taken_by(caller) for caller in crowd] == [None] * 30
+        assert steps(sorted(taken_by(caller) for caller in crowd)) == [TURN] * 29
+    on.end()
+
+
+def test_a_crowd_that_asks_the_platform(daemon, limited, switch, storm):
+    """What the daemon's platform answers itself comes one by one as well, a turn of frames before each."""
+    on = storm(SPOOF)
+    on.until_felt()
+    with contextlib.ExitStack() as stack:
+        crowd = [stack.enter_context(calls.connect(daemon.run)) for _ in range(30)]
+        for caller in crowd:
+            put(caller, STATUS_OF_COUNTERS)
+            assert taken_by(caller) > 0  # it is let in
+        with standing_still(daemon):
+            for caller in crowd:
+                put(caller, STATUS_OF_COUNTERS)
+            until_waiting(daemon, switch, 60 * TURN)
         assert steps(sorted(taken_by(caller) for caller in crowd)) == [TURN] * 29
     on.end()
 

@@ -5,6 +5,7 @@
 #include "shell_fake.h"
 
 #include "l2/dhcp6snooping/mgmt/remotecalls.h"
+#include "platform/libvos.h"
 
 namespace {
 
@@ -16,6 +17,24 @@ class ShellCommands : public FakeDaemonTest {
         return session.output;
     }
 };
+
+// The small switch with a full table of clients on port 0/1 in VLAN 10, and no server that answers them.
+Bytes unacknowledged(const Bytes &request) {
+    const bool call = fakeWord(request, 0) == 0x00010001;
+    const uint32_t id = call ? fakeWord(request, sizeof(VosMsgHeader)) : 0;
+    Bytes reply = fakeEcho(request, call && id == DH6S_FUNC_GET_NEXTCLIENTS_EXT ? -1 : 0);
+    if (call && id == DH6S_FUNC_PORT_INFO_GET) {
+        const bool first = fakeWord(request, sizeof(VosMsgHeader) + 16) == 1;
+        fakePutArgument(&reply, 1, fakeWords({0, first ? 2048u : 100u, first ? 2048u : 0u}));
+    } else if (call && id == DH6S_FUNC_VLAN_MAXCLIENTS_GET) {
+        const bool tenth = fakeWord(request, sizeof(VosMsgHeader) + 16) == 10;
+        fakePutArgument(&reply, 1, fakeWords({tenth ? 2040u : 2048u}));
+        fakePutArgument(&reply, 2, fakeWords({tenth ? 2048u : 0u}));
+    } else if (!call) {
+        return fakeSwitch(request);
+    }
+    return reply;
+}
 
 // Header: type 1, version 1, request 1, flags 0, payload length, result 0, reserved 0. Call: identifier, number of arguments,
 // then length, 0 and bytes of each, padded to 8.
@@ -76,9 +95,11 @@ TEST_F(ShellCommands, EverySettingIsItsCall) {
         EXPECT_EQ(sessionRun(&session, c.line), Outcome::done) << c.line << ": " << session.error;
         EXPECT_EQ(session.output, "");
         const std::vector<Bytes> requests = fakeRequests(&daemon);
-        // Behind a setting of a port come the two pages of the port table.
+        // After a setting of a port come the two pages of the port table, after snooping the question whether its rules are there.
         const bool ofPort = std::string_view(c.line).starts_with("interface");
-        ASSERT_EQ(requests.size(), before + (ofPort ? 3 : 1)) << c.line;
+        const bool ofRules =
+            std::string_view(c.line).ends_with("dhcpv6-snooping") && c.payload.size() == 16 && c.payload[1] < '2';
+        ASSERT_EQ(requests.size(), before + (ofPort ? 3 : ofRules ? 2 : 1)) << c.line;
         EXPECT_EQ(fakeHex(requests[before]).substr(48), c.payload) << c.line;
     }
 }
@@ -150,11 +171,16 @@ TEST_F(ShellCommands, PlacesAreEnteredAndLeft) {
 
 TEST_F(ShellCommands, ShowClients) {
     start(fakeSwitch);
-    EXPECT_EQ(show("show dhcpv6-snooping clients"), "MAC ADDRESS        VLAN  PORT  KIND     ADDRESS OR PREFIX   REMAINING\n"
+    EXPECT_EQ(show("show dhcpv6-snooping clients"), "Acknowledged by a server  2\n"
+                                                    "Pending, without a REPLY  0\n"
+                                                    "Room for more             2046\n"
+                                                    "\n"
+                                                    "MAC ADDRESS        VLAN  PORT  KIND     ADDRESS OR PREFIX   REMAINING\n"
                                                     "02:00:00:00:00:01    10  0/1   address  2001:db8:1::100     1h59m\n"
                                                     "                               prefix   2001:db8:8000::/56  45s\n"
                                                     "02:00:00:00:00:0a     1  0/2   -        -                   -\n");
-    EXPECT_EQ(nlohmann::json::parse(show("show dhcpv6-snooping clients", true)), nlohmann::json::parse(R"({"clients": [
+    EXPECT_EQ(nlohmann::json::parse(show("show dhcpv6-snooping clients", true)), nlohmann::json::parse(R"({
+        "acknowledged": 2, "pending": 0, "room": 2046, "clients": [
         {"mac": "02:00:00:00:00:01", "vlan": 10, "port": "0/1", "leases": [
             {"kind": "address", "address": "2001:db8:1::100", "remaining_seconds": 7140},
             {"kind": "prefix", "address": "2001:db8:8000::/56", "remaining_seconds": 45}]},
@@ -199,22 +225,23 @@ TEST_F(ShellCommands, ShowSnooping) {
 
 TEST_F(ShellCommands, ShowInterfacesReadsBothPages) {
     start(fakeSwitch);
-    EXPECT_EQ(show("show dhcpv6-snooping interfaces"), "PORT  INTERFACE  LINK     TRUSTED  MAX CLIENTS  CLIENTS\n"
-                                                       "0/1   p1         up       no               100        1\n"
-                                                       "0/2   p2         missing  no              2048        1\n"
-                                                       "0/4   p4         up       yes             2048        0\n");
-    EXPECT_EQ(
-        nlohmann::json::parse(show("show dhcpv6-snooping interfaces", true))["interfaces"][2],
-        nlohmann::json::parse(R"({"port":"0/4","interface":"p4","link":"up","trusted":true,"max_clients":2048,"clients":0})"));
+    EXPECT_EQ(show("show dhcpv6-snooping interfaces"),
+              "PORT  INTERFACE  LINK     TRUSTED  MAX CLIENTS  CLIENTS  PENDING  ROOM\n"
+              "0/1   p1         up       no               100        1        0    99\n"
+              "0/2   p2         missing  no              2048        1        0  2047\n"
+              "0/4   p4         up       yes             2048        0        0  2048\n");
+    EXPECT_EQ(nlohmann::json::parse(show("show dhcpv6-snooping interfaces", true))["interfaces"][2],
+              nlohmann::json::parse(R"({"port":"0/4","interface":"p4","link":"up","trusted":true,"max_clients":2048,"clients":0,
+        "pending":0,"room":2048})"));
 }
 
 TEST_F(ShellCommands, ShowVlansListsThoseThatExistOrDiffer) {
     start(fakeSwitch);
-    EXPECT_EQ(show("show dhcpv6-snooping vlans"), "VLAN  EXISTS  MAX CLIENTS  CLIENTS\n"
-                                                  "   1  yes            2048        1\n"
-                                                  "  10  yes            2048        1\n"
-                                                  "  20  no                5        0\n");
-    EXPECT_EQ(fakeRequests(&daemon).size(), 1u + 4094u);
+    EXPECT_EQ(show("show dhcpv6-snooping vlans"), "VLAN  EXISTS  MAX CLIENTS  CLIENTS  PENDING  ROOM\n"
+                                                  "   1  yes            2048        1        0  2047\n"
+                                                  "  10  yes            2048        1        0  2047\n"
+                                                  "  20  no                5        0        0     5\n");
+    EXPECT_EQ(fakeRequests(&daemon).size(), 1u + 3u + 4094u) << "VLANs, clients, and each VLAN's limit";
 }
 
 TEST_F(ShellCommands, ShowPlatform) {
@@ -228,7 +255,9 @@ TEST_F(ShellCommands, ShowPlatform) {
                                      "VLAN filtering          on\n"
                                      "DHCPv6 snooping         on\n"
                                      "DHCPv6 is forwarded by  snoopd6\n"
-                                     "Filter rules loaded     yes\n");
+                                     "Filter rules loaded     yes\n"
+                                     "Not in the switch file  eth7\n");
+    EXPECT_EQ(nlohmann::json::parse(show("show platform", true))["unlisted_interfaces"], nlohmann::json({"eth7"}));
     EXPECT_EQ(show("show platform ports"), "PORT  INTERFACE  TYPE      IFINDEX  LINK  FORWARDING  NATIVE VLAN  TRUNK\n"
                                            "0/1   p1         ethernet        3  up    yes                  10      -\n"
                                            "0/2   p2         xpon            -  down  no                    -      -\n"
@@ -246,9 +275,54 @@ TEST_F(ShellCommands, ShowPlatform) {
 }
 
 TEST_F(ShellCommands, AnEmptyClientTableSaysSoInWords) {
-    start([](const Bytes &request) { return fakeEcho(request, -1); });
-    EXPECT_EQ(show("show dhcpv6-snooping clients"), "No client has been learned.\n");
-    EXPECT_EQ(nlohmann::json::parse(show("show dhcpv6-snooping clients", true)), nlohmann::json::parse(R"({"clients":[]})"));
+    start(unacknowledged);
+    EXPECT_EQ(show("show dhcpv6-snooping clients"), "Acknowledged by a server  0\n"
+                                                    "Pending, without a REPLY  2048\n"
+                                                    "Room for more             0\n"
+                                                    "\n"
+                                                    "No server has acknowledged a client.\n");
+    EXPECT_EQ(nlohmann::json::parse(show("show dhcpv6-snooping clients", true)),
+              nlohmann::json::parse(R"({"acknowledged":0,"pending":2048,"room":0,"clients":[]})"));
+}
+
+TEST_F(ShellCommands, PendingClientsAreCountedWithTheirPortAndVlan) {
+    start(unacknowledged);
+    EXPECT_EQ(show("show dhcpv6-snooping interfaces"),
+              "PORT  INTERFACE  LINK     TRUSTED  MAX CLIENTS  CLIENTS  PENDING  ROOM\n"
+              "0/1   p1         up       no              2048     2048     2048     0\n"
+              "0/2   p2         missing  no               100        0        0   100\n"
+              "0/4   p4         up       no               100        0        0   100\n");
+    EXPECT_EQ(show("show dhcpv6-snooping vlans"), "VLAN  EXISTS  MAX CLIENTS  CLIENTS  PENDING  ROOM\n"
+                                                  "   1  yes            2048        0        0  2048\n"
+                                                  "  10  yes            2040     2048     2048     0\n");
+}
+
+// ---- Rules that the kernel has lost --------------------------------------------------------------------------------
+
+TEST_F(ShellCommands, SettingsThatNeedTheRulesSayWhenTheseAreGone) {
+    start(fakeWithoutRules);
+    for (const char *line : {"dhcpv6-snooping", "undo dhcpv6-snooping", "interface ethernet 0/1 ipv6-source-guard",
+                             "interface ethernet 0/1 undo ipv6-source-guard", "ipv6-source-guard bind ip 2001:db8::9",
+                             "undo ipv6-source-guard bind ip 2001:db8::9", "undo ipv6-source-guard bind all",
+                             "ipv6-source-guard vlan 10", "undo ipv6-source-guard vlan 10"}) {
+        EXPECT_EQ(sessionRun(&session, line), Outcome::refused) << line;
+        EXPECT_EQ(session.error, "the setting is made, but the kernel has lost the daemon's filter rules: nothing is guarded, "
+                                 "and DHCPv6 passes; restart snoopd6 to load them again");
+    }
+    for (const char *line : {"dhcpv6-snooping l2-relay", "interface ethernet 0/4 dhcpv6-snooping trust", "show platform"}) {
+        EXPECT_EQ(sessionRun(&session, line), Outcome::done) << line;
+        EXPECT_EQ(session.error, "");
+    }
+}
+
+TEST_F(ShellCommands, UndoAllGoesToItsEndWithoutTheRules) {
+    start(fakeWithoutRules);
+    EXPECT_EQ(sessionRun(&session, "undo all"), Outcome::refused);
+    EXPECT_EQ(session.error.rfind("the setting is made, but", 0), 0u) << session.error;
+    const std::vector<Bytes> requests = fakeRequests(&daemon);
+    ASSERT_GT(requests.size(), 2u);
+    EXPECT_EQ(fakeWord(requests[requests.size() - 2], sizeof(VosMsgHeader)), uint32_t{DH6S_FUNC_VLANLIST_MAX_CLIENTS_SET});
+    EXPECT_EQ(fakeSwitchQuestions(&daemon), 1u);
 }
 
 // Every table and every fact: what stands in the text stands in the JSON and the other way round.

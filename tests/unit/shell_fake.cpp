@@ -1,5 +1,6 @@
 #include "shell_fake.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -175,6 +176,11 @@ Bytes answerStatus(const Bytes &request) {
         appendRecord(&records, &files, sizeof files);
         return fakeReply(request, 0, page(table, 0, 1, records));
     }
+    case LINUX_STATUS_UNLISTED: {
+        const LinuxUnlistedStatus unlisted = {"eth7", 9, 0};
+        appendRecord(&records, &unlisted, sizeof unlisted);
+        return fakeReply(request, 0, page(table, 0, 1, records));
+    }
     case LINUX_STATUS_SWITCH:
         appendRecord(&records, &status, sizeof status);
         return fakeReply(request, 0, page(table, 0, 1, records));
@@ -190,6 +196,10 @@ Bytes answerStatus(const Bytes &request) {
         return fakeReply(request, 0, page(table, 0, 3, records));
     default: appendRecord(&records, &counters, sizeof counters); return fakeReply(request, 0, page(table, 0, 1, records));
     }
+}
+
+bool isSwitchQuestion(const Bytes &request) {
+    return fakeWord(request, 0) == (0x00010000u | LINUX_MSG_STATUS) && fakeWord(request, HEADER) == LINUX_STATUS_SWITCH;
 }
 
 // Serves one connection until its peer or the test ends it. False when the test did.
@@ -366,6 +376,19 @@ std::string fakeHex(std::span<const uint8_t> bytes) {
         text += "0123456789abcdef"[byte & 15];
     }
     return text;
+}
+
+Bytes fakeWithoutRules(const Bytes &request) {
+    Bytes reply = fakeSwitch(request);
+    if (isSwitchQuestion(request)) {
+        reply[HEADER + sizeof(LinuxStatusHead) + offsetof(LinuxSwitchStatus, rules)] = 0;
+    }
+    return reply;
+}
+
+size_t fakeSwitchQuestions(FakeDaemon *daemon) {
+    const std::vector<Bytes> requests = fakeRequests(daemon);
+    return static_cast<size_t>(std::ranges::count_if(requests, isSwitchQuestion));
 }
 
 Session fakeSession(const FakeDaemon &daemon) {

@@ -7,6 +7,7 @@
 // 2001:db8::5 is bound on it, 2001:db8::6 everywhere (the kernel lacks that filter), 2001:db8::7 on port 0/2; VLANs 20 and 30
 // to 32 are exempt. The kernel still has port 0/4 closed, which is not guarded any more. Option 18 is on, with the template
 // "{hostname}/{port}", option 37 off, with the string "two words". Its startup file is in a folder that does not exist.
+// Interface eth7 is in the bridge, and not in the switch file.
 
 #include <cstdint>
 #include <functional>
@@ -63,6 +64,12 @@ std::vector<Bytes> fakeRequests(FakeDaemon *daemon);
 
 // The small switch. Settings are answered with success.
 Bytes fakeSwitch(const Bytes &request);
+
+// The small switch after somebody has taken the filter rules out of the kernel.
+Bytes fakeWithoutRules(const Bytes &request);
+
+// How often it was asked about the switch as a whole, which tells whether the kernel has the rules.
+size_t fakeSwitchQuestions(FakeDaemon *daemon);
 
 // What a switch prints as its running configuration, and what it answers when it is asked for the same. It starts with nothing
 // configured.

@@ -67,10 +67,10 @@ TEST_F(ShellHostile, ConnectionClosedWithoutAnAnswer) {
 
 TEST_F(ShellHostile, RestartedDaemonIsFoundAgain) {
     start(fakeSwitch);
-    EXPECT_EQ(sessionRun(&session, "dhcpv6-snooping"), Outcome::done);
+    EXPECT_EQ(sessionRun(&session, "dhcpv6-snooping l2-relay"), Outcome::done);
     // The daemon has ended the connection between two lines.
     shutdown(session.connection.fd, SHUT_RDWR);
-    EXPECT_EQ(sessionRun(&session, "undo dhcpv6-snooping"), Outcome::done) << session.error;
+    EXPECT_EQ(sessionRun(&session, "undo dhcpv6-snooping l2-relay"), Outcome::done) << session.error;
     EXPECT_EQ(fakeRequests(&daemon).size(), 2u);
 }
 

@@ -43,6 +43,23 @@ class ShellReplay : public FakeSwitchTest {
     }
 };
 
+TEST_F(ShellReplay, RulesAreAskedForOnceAfterAllLines) {
+    std::string lines;
+    for (int number = 1; number <= 100; number++)
+        lines += "ipv6-source-guard bind ip 2001:db8::" + std::to_string(number) + "\n";
+    EXPECT_EQ(replay(lines).outcome, Outcome::done);
+    EXPECT_EQ(fakeSwitchQuestions(&daemon), 1u);
+    EXPECT_EQ(replay("dhcpv6-snooping l2-relay\n").outcome, Outcome::done);
+    EXPECT_EQ(fakeSwitchQuestions(&daemon), 1u) << "no line needed them";
+    daemon.answer = fakeWithoutRules;
+    const ReplayResult result = replay(lines);
+    EXPECT_EQ(result.outcome, Outcome::refused);
+    EXPECT_EQ(result.failed, 0u);
+    EXPECT_EQ(calls().size(), 201u);
+    EXPECT_EQ(err.rfind("startup.conf: the kernel has lost the daemon's filter rules", 0), 0u) << err;
+    EXPECT_EQ(fakeSwitchQuestions(&daemon), 2u);
+}
+
 TEST_F(ShellReplay, ARunningConfigurationGoesThrough) {
     const ReplayResult result = replay("!!!DHCPv6 snooping\r\n"
                                        "dhcpv6-snooping\r\n"
