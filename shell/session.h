@@ -40,6 +40,7 @@ struct Session {
     bool json = false;                                      // `show` for programs
     bool ended = false;                                     // `quit` was said at the top
     bool loading = false;                                   // lines of a file that "load" named
+    bool startup = false;                                   // lines of the daemon's startup file
     uint32_t watchSeconds = 0;                              // between two runs of the command that comes next, 0 = it runs once
     uint32_t watchTimes = 0;                                // how often "watch" runs its command, 0 = until somebody stops it
     FILE *live = nullptr;                                   // what "watch" writes to as it goes; null: nobody looks on
