@@ -25,7 +25,7 @@ def _makes_on_a_bridge(*words):
 
 def _matches_the_bridge():
     """Whether a rule can name the bridge of the port that a packet came by (nft_meta_bridge)."""
-    rule = 'table bridge probe { chain c { type filter hook prerouting priority 0; meta ibrname "br0" accept; } }'
+    rule = 'table bridge probe { chain c { type filter hook prerouting priority 0; meta ibrname "br0" accept; }; }'
     return subprocess.run(["nft", "--check", rule], capture_output=True, check=False).returncode == 0
 
 

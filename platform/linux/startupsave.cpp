@@ -146,10 +146,6 @@ bool isReplaying() {
 }
 
 void begin(uint32_t total) {
-    if (isReplaying()) {
-        answerFailure("the saved configuration is still being brought back: save when that is done");
-        return;
-    }
     if (total > LINUX_STARTUP_BYTES_MAX) {
         answerFailure("nothing was saved: the configuration is too long for a file");
         return;
@@ -192,6 +188,10 @@ void clear() {
 bool startTurn(uint64_t caller, const LinuxSaveMsg &message) {
     if (!takeTurn(caller))
         return false;
+    if (isReplaying()) {
+        answerFailure("the saved configuration is still being brought back: try again when that is done");
+        return true;
+    }
     switch (message.operation) {
     case LINUX_SAVE_BEGIN: begin(message.number); break;
     case LINUX_SAVE_ERASE: work("--erase", true); break;

@@ -463,8 +463,9 @@ def test_no_save_while_the_configuration_is_brought_back(switch):
         service.shell = shell(service, f'read -r _ <{gate}\nexec {program("snoopctl")} "$@"')
         Daemon.start(service)
         with open(gate, "w") as opened:
-            status, _, error = service.ctl("save", check=False)
-            assert status == 1 and "the saved configuration is still being brought back" in error
+            for words in (("save",), ("erase", "startup"), ("clear", "startup-failure")):
+                status, _, error = service.ctl(*words, check=False)
+                assert status == 1 and "the saved configuration is still being brought back" in error
             opened.write("go\n")
         assert service.ready() == "startup file in force"
         assert service.startup.read_bytes() == before
