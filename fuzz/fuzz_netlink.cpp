@@ -22,6 +22,7 @@
 #include "platform/linux/netlink.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/send.h"
+#include "platform/linux/startupclosed.h"
 #include "platform/linux/trap.h"
 #include "platform/linux/vlans.h"
 
@@ -186,6 +187,7 @@ void linuxCaptureSettle() { checkTable(); } // in the middle of a change too the
 void linuxSendSettle() {}
 void linuxTrapSettle() {}
 void linuxGuardSettle() {}
+void linuxStartupClosedSettle() {}
 void linuxMacCacheForget() {}
 void linuxMacCacheKeep(const uint8_t *, uint16_t, LinuxMacPlace) {}
 bool linuxMacCacheFind(const uint8_t *, uint16_t, LinuxMacPlace *) { return false; }

@@ -23,10 +23,17 @@ def _makes_on_a_bridge(*words):
         subprocess.run(["ip", "link", "del", "probe1"], check=True)
 
 
+def _matches_the_bridge():
+    """Whether a rule can name the bridge of the port that a packet came by (nft_meta_bridge)."""
+    rule = 'table bridge probe { chain c { type filter hook prerouting priority 0; meta ibrname "br0" accept; }; }'
+    return subprocess.run(["nft", "--check", rule], capture_output=True, check=False).returncode == 0
+
+
 FEATURES = {
     "vlan_filtering": lambda: bool(_makes("type", "bridge", "vlan_filtering", "1")),  # a kernel without it tells of it, too
     "bonding": lambda: bool(_makes("type", "bond")),
     "8021q": lambda: bool(_makes_on_a_bridge("type", "vlan", "id", "2")),
+    "meta_bridge": _matches_the_bridge,
 }
 
 

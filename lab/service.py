@@ -25,7 +25,7 @@ READY = b"READY=1"
 
 # What the kernel is asked to enforce, or what is carried out here.
 ENFORCED = set(
-    "AmbientCapabilities CapabilityBoundingSet ExecReload ExecStart Group LockPersonality MemoryDenyWriteExecute "
+    "AmbientCapabilities CapabilityBoundingSet Environment ExecReload ExecStart Group LockPersonality MemoryDenyWriteExecute "
     "NoNewPrivileges NotifyAccess PrivateDevices PrivateTmp ProtectHome ProtectSystem RestrictAddressFamilies "
     "RestrictNamespaces RestrictRealtime RestrictSUIDSGID RuntimeDirectory RuntimeDirectoryMode StateDirectory "
     "StateDirectoryMode SystemCallArchitectures SystemCallErrorNumber SystemCallFilter TimeoutStartSec Type UMask User".split()
@@ -129,6 +129,7 @@ def start(unit):
     reports = listener(unit)
     environment = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin", "NOTIFY_SOCKET": str(unit.state("notify"))}
     environment |= {"STATE_DIRECTORY": str(state)} if state else {}
+    environment |= dict(word.split("=", 1) for word in shlex.split(unit.sections["Service"].get("Environment", "")))
     policy = confine.policy(unit, writable=[str(folder) for folder in (runtime, state) if folder])
     with open(unit.state("log"), "ab") as log:
         process = subprocess.Popen(

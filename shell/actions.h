@@ -19,6 +19,8 @@ Outcome actionUndoAll(Session *session, const Arguments &arguments);
 
 // startup.cpp
 Outcome actionSave(Session *session, const Arguments &arguments);
+Outcome actionEraseStartup(Session *session, const Arguments &arguments);
+Outcome actionClearStartupFailure(Session *session, const Arguments &arguments);
 Outcome actionLoad(Session *session, const Arguments &arguments);
 
 // watch.cpp

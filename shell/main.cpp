@@ -40,6 +40,7 @@ constexpr const char *USAGE =
 
 struct Options {
     const char *file = nullptr;
+    const char *startup = nullptr; // the daemon's own option: the lines are those of its startup file, which has this name
     std::string run;
     ReplayMode mode = ReplayMode::stopAtFailure;
     uint32_t times = 0;
@@ -72,14 +73,29 @@ bool readTimes(const char *word, uint32_t *times) {
     return !text.empty() && code == std::errc() && end == text.data() + text.size() && *times > 0;
 }
 
-enum : int { OPTION_JSON = 256, OPTION_RUN, OPTION_KEEP_GOING, OPTION_COMPLETE, OPTION_MANUAL, OPTION_VERSION, OPTION_HELP };
+enum : int {
+    OPTION_JSON = 256,
+    OPTION_RUN,
+    OPTION_KEEP_GOING,
+    OPTION_STARTUP,
+    OPTION_COMPLETE,
+    OPTION_MANUAL,
+    OPTION_VERSION,
+    OPTION_HELP
+};
 
 constexpr option OPTIONS[] = {
-    {"file", required_argument, nullptr, 'f'},       {"keep-going", no_argument, nullptr, OPTION_KEEP_GOING},
-    {"json", no_argument, nullptr, OPTION_JSON},     {"count", required_argument, nullptr, 'n'},
-    {"run", required_argument, nullptr, OPTION_RUN}, {"complete", no_argument, nullptr, OPTION_COMPLETE},
-    {"manual", no_argument, nullptr, OPTION_MANUAL}, {"version", no_argument, nullptr, OPTION_VERSION},
-    {"help", no_argument, nullptr, OPTION_HELP},     {nullptr, 0, nullptr, 0},
+    {"file", required_argument, nullptr, 'f'},
+    {"keep-going", no_argument, nullptr, OPTION_KEEP_GOING},
+    {"startup", required_argument, nullptr, OPTION_STARTUP},
+    {"json", no_argument, nullptr, OPTION_JSON},
+    {"count", required_argument, nullptr, 'n'},
+    {"run", required_argument, nullptr, OPTION_RUN},
+    {"complete", no_argument, nullptr, OPTION_COMPLETE},
+    {"manual", no_argument, nullptr, OPTION_MANUAL},
+    {"version", no_argument, nullptr, OPTION_VERSION},
+    {"help", no_argument, nullptr, OPTION_HELP},
+    {nullptr, 0, nullptr, 0},
 };
 
 // Takes one option. False when the program ends with it; what it has to say then stands in *out or *error.
@@ -92,6 +108,7 @@ bool takeOption(int found, Options *options, std::string *out, std::string *erro
         }
         break;
     case OPTION_KEEP_GOING: options->mode = ReplayMode::keepGoing; break;
+    case OPTION_STARTUP: options->startup = optarg; break;
     case OPTION_JSON: options->json = true; break;
     case OPTION_RUN: options->run = optarg; break;
     case OPTION_COMPLETE: options->complete = true; break;
@@ -120,14 +137,14 @@ bool readOptions(int argc, char **argv, Options *options, int *status) {
     return out.empty() && error.empty();
 }
 
-int replayFile(Session *session, const char *path, ReplayMode mode) {
+int replayFile(Session *session, const char *path, const char *called, ReplayMode mode) {
     const bool standardInput = strcmp(path, "-") == 0;
     FILE *in = standardInput ? stdin : fopen(path, "re");
     if (in == nullptr) {
         outputWrite(stderr, "snoopctl: cannot read " + textPrintable(path) + ": " + strerror(errno) + "\n");
         return STATUS_REFUSED;
     }
-    const std::string name = standardInput ? "standard input" : textPrintable(path);
+    const std::string name = textPrintable(called != nullptr ? called : standardInput ? "standard input" : path);
     const ReplayResult result = replayRun(session, in, name.c_str(), mode, stdout, stderr);
     if (!standardInput) {
         static_cast<void>(fclose(in));
@@ -158,10 +175,10 @@ int run(Session *session, const Options &options) {
         return runOnce(session, options.command);
     }
     if (options.file != nullptr) {
-        return replayFile(session, options.file, options.mode);
+        return replayFile(session, options.file, options.startup, options.mode);
     }
     if (isatty(STDIN_FILENO) == 0) {
-        return replayFile(session, "-", options.mode);
+        return replayFile(session, "-", options.startup, options.mode);
     }
     if (!interactiveRun(session)) {
         outputWrite(stderr, "snoopctl: this terminal cannot be used: give a command, or lines on standard input\n");
@@ -182,6 +199,7 @@ int main(int argc, char **argv) {
         session.connection.socketPath = connectionSocketPath(options.run);
         session.json = options.json;
         session.watchTimes = options.times;
+        session.startup = options.startup != nullptr;
         status = run(&session, options);
         connectionClose(&session.connection);
     }

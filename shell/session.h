@@ -42,6 +42,7 @@ struct Session {
     bool loading = false;                                   // lines of a file that "load" named
     bool batch = false;                                     // more lines come: sessionRulesLost is left to who sends them
     bool rulesUsed = false;                                 // a line meant a setting that the kernel's filter rules carry out
+    bool startup = false;                                   // lines of the daemon's startup file
     uint32_t watchSeconds = 0;                              // between two runs of the command that comes next, 0 = it runs once
     uint32_t watchTimes = 0;                                // how often "watch" runs its command, 0 = until somebody stops it
     FILE *live = nullptr;                                   // what "watch" writes to as it goes; null: nobody looks on

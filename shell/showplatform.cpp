@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <array>
+#include <iterator>
 
 #include "l2/dhcp6snooping/sourceguard/filters.h"
 #include "shell/actions.h"
@@ -40,13 +42,34 @@ std::string filterKindText(uint32_t kind) {
     }
 }
 
+std::string startupText(uint32_t state) {
+    constexpr std::array WORDS = {"replaying", "none", "complete", "by-hand", "last-good", "partly", "open", "closed"};
+    return state < WORDS.size() ? WORDS[state] : std::to_string(state);
+}
+
+std::string policyText(uint32_t policy) {
+    return policy < std::size(LINUX_STARTUP_POLICIES) ? std::string(LINUX_STARTUP_POLICIES[policy]) : std::to_string(policy);
+}
+
+void addStartup(Report *report, const LinuxStartupStatus &startup) {
+    const std::string reason(textField(startup.reason));
+    reportFact(report, "startup", "Startup file", valueText(startupText(startup.state)));
+    if (!reason.empty())
+        reportFact(report, "startup_reason", "Startup failure", valueText(reason));
+    reportFact(report, "on_startup_failure", "On startup failure", valueText(policyText(startup.policy)));
+    if (startup.state == LINUX_STARTUP_CLOSED)
+        reportFact(report, "startup_dropped", "Dropped since", valueNumber(startup.dropped));
+}
+
 } // namespace
 
 Outcome actionShowPlatform(Session *session, const Arguments &) {
     LinuxSwitchStatus status = {};
     std::vector<LinuxUnlistedStatus> strangers;
+    LinuxStartupStatus startup = {};
     CallEnd end = statusSwitch(&session->connection, &status, &session->error);
     end = end == CallEnd::done ? statusUnlisted(&session->connection, &strangers, &session->error) : end;
+    end = end == CallEnd::done ? statusStartup(&session->connection, &startup, &session->error) : end;
     if (end != CallEnd::done) {
         return actionEnd(session, end, "the daemon refused to tell about the switch");
     }
@@ -67,6 +90,7 @@ Outcome actionShowPlatform(Session *session, const Arguments &) {
                valueText(status.trap != 0 ? "snoopd6" : "the kernel"));
     reportFact(&report, "filter_rules", "Filter rules loaded", valueYesNo(status.rules != 0));
     reportFact(&report, "unlisted_interfaces", "Not in the switch file", valueTexts(std::move(unlisted)));
+    addStartup(&report, startup);
     return actionShow(session, report);
 }
 

@@ -10,21 +10,28 @@
 #include "shell/exactconfig.h"
 #include "shell/replay.h"
 #include "shell/savefile.h"
+#include "shell/savestartup.h"
 #include "shell/status.h"
 
 namespace {
 
-// Where the daemon looks at its next start.
+// Where the daemon looks at its next start; empty when the path is too long for the daemon's table.
 CallEnd startupPath(Session *session, std::string *path) {
     LinuxFilesStatus files = {};
     const CallEnd end = statusFiles(&session->connection, &files, &session->error);
     *path = textField(files.startupFile);
-    if (end == CallEnd::done && path->empty()) {
-        session->error = "the path of the daemon's startup file is too long to be told: say \"save FILE\" with that path";
-        return CallEnd::refused;
-    }
     return end;
 }
+
+// The lines of the startup file are run by the daemon's own user, who may write its files: what they are is decided by others.
+bool isStartupFile(Session *session) {
+    if (session->startup)
+        session->error = "a startup file cannot have this line";
+    return session->startup;
+}
+
+constexpr const char *ERASE_QUESTION = "The saved configuration and the last good one are removed; the next start begins with "
+                                       "nothing snooped or guarded. Go on? [y/N] ";
 
 std::string missingText(const ExactConfig &config) {
     const size_t others = config.missing.size() - 1;
@@ -35,29 +42,46 @@ std::string missingText(const ExactConfig &config) {
 } // namespace
 
 Outcome actionSave(Session *session, const Arguments &arguments) {
+    if (isStartupFile(session))
+        return Outcome::refused;
     std::string path = arguments.file;
-    CallEnd end = path.empty() ? startupPath(session, &path) : CallEnd::done;
-    if (end == CallEnd::refused) {
-        return Outcome::refused;
-    }
     ExactConfig config;
+    CallEnd end = path.empty() ? startupPath(session, &path) : CallEnd::done;
     end = end == CallEnd::done ? exactConfigRead(&session->connection, &config, &session->error) : end;
-    if (end != CallEnd::done) {
+    if (end != CallEnd::done)
         return actionEnd(session, end, "");
-    }
-    if (!config.missing.empty()) {
+    if (!config.missing.empty())
         return actionEnd(session, CallEnd::refused, missingText(config));
-    }
     std::string text;
-    for (const std::string &line : exactConfigForReplay(config)) {
+    for (const std::string &line : exactConfigForReplay(config))
         text += line + '\n';
-    }
-    if (!saveFile(path, text, &session->error)) {
-        return Outcome::refused;
-    }
+    if (arguments.file.empty())
+        end = saveStartup(&session->connection, text, &session->error);
+    else if (!saveFile(path, text, &session->error))
+        end = CallEnd::refused;
+    if (end != CallEnd::done)
+        return actionEnd(session, end, session->error);
     const auto count = static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
-    session->output = "Saved " + replayLineCount(count) + " to " + textPrintable(path) + ".\n";
+    session->output = "Saved " + replayLineCount(count) + (path.empty() ? "" : " to " + textPrintable(path)) + ".\n";
     return Outcome::done;
+}
+
+Outcome actionEraseStartup(Session *session, const Arguments &) {
+    if (isStartupFile(session))
+        return Outcome::refused;
+    if (session->confirm != nullptr && !session->confirm(ERASE_QUESTION)) {
+        session->output = "Nothing was erased.\n";
+        return Outcome::done;
+    }
+    const CallEnd end = saveErase(&session->connection, &session->error);
+    return actionEnd(session, end, session->error);
+}
+
+Outcome actionClearStartupFailure(Session *session, const Arguments &) {
+    if (isStartupFile(session))
+        return Outcome::refused;
+    const CallEnd end = saveClear(&session->connection, &session->error);
+    return actionEnd(session, end, session->error);
 }
 
 // Lines of a file stand at the top, wherever the user stands.

@@ -88,6 +88,10 @@ CallEnd statusUnlisted(Connection *connection, std::vector<LinuxUnlistedStatus> 
     return end;
 }
 
+CallEnd statusStartup(Connection *connection, LinuxStartupStatus *status, std::string *error) {
+    return readSingle(connection, LINUX_STATUS_STARTUP, status, sizeof *status, error);
+}
+
 CallEnd statusPorts(Connection *connection, std::vector<LinuxPortStatus> *ports, std::string *error) {
     std::vector<uint8_t> bytes;
     const CallEnd end = readTable(connection, LINUX_STATUS_PORTS, sizeof(LinuxPortStatus), &bytes, error);

@@ -25,6 +25,7 @@ inline constexpr uint32_t STATUS_MODULE_SNOOPING = 53;
 [[nodiscard]] CallEnd statusSwitch(Connection *connection, LinuxSwitchStatus *status, std::string *error);
 [[nodiscard]] CallEnd statusFiles(Connection *connection, LinuxFilesStatus *status, std::string *error);
 [[nodiscard]] CallEnd statusUnlisted(Connection *connection, std::vector<LinuxUnlistedStatus> *strangers, std::string *error);
+[[nodiscard]] CallEnd statusStartup(Connection *connection, LinuxStartupStatus *status, std::string *error);
 [[nodiscard]] CallEnd statusPorts(Connection *connection, std::vector<LinuxPortStatus> *ports, std::string *error);
 [[nodiscard]] CallEnd statusVlans(Connection *connection, std::vector<LinuxVlanStatus> *vlans, std::string *error);
 [[nodiscard]] CallEnd statusMacs(Connection *connection, std::vector<LinuxMacStatus> *macs, std::string *error);

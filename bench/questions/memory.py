@@ -51,7 +51,7 @@ def _until_ready(daemon, reports):
     while b"READY=1" not in (said := reports.recv(4096)).split(b"\n"):
         pass
     took = time.perf_counter_ns() - start
-    if b"not all" in said or b"could not" in said:
+    if b"not all" in said or b"failure" in said:
         raise SystemExit(f"bench/run: the saved configuration is not in force; the log:\n{daemon.log()}")
     daemon.stop()
     return took

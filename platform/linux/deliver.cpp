@@ -9,6 +9,7 @@
 #include "platform/linux/mactable.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/send.h"
+#include "platform/linux/startupclosed.h"
 #include "platform/linux/vlans.h"
 
 namespace {
@@ -152,7 +153,7 @@ uint64_t *counterOf(LinuxPortCounters *counters, uint32_t verdict) {
 void linuxDeliver(const LinuxIngress &ingress, LinuxRawFrame *raw) {
     LinuxPortCounters *counters = &linuxCounters[ingress.port0];
     Tagged tagged{};
-    if (!ingress.receives) {
+    if (!ingress.receives || linuxStartupShuts(ingress.port0)) {
         counters->dropState++;
         return;
     }

@@ -17,6 +17,7 @@
 #include "platform/linux/queue.h"
 #include "platform/linux/runningconfig.h"
 #include "platform/linux/startup.h"
+#include "platform/linux/startupsave.h"
 
 static constexpr uint32_t QUEUE_ID = 1;
 static constexpr uint32_t TIMERS_MAX = 8;
@@ -35,6 +36,7 @@ int32_t vosMsgInit(const char *name, uint32_t, uint32_t *queueId) {
     linuxInstanceLock();
     linuxQueueOpen();
     linuxMsgHandle(LINUX_MSG_DEBUG, linuxDebugMessage);
+    linuxStartupSaveInit();
     queueOpen = true;
     *queueId = QUEUE_ID;
     return 0;

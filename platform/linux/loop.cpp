@@ -47,6 +47,13 @@ void linuxLog(const char *fmt, ...) {
     va_end(args);
 }
 
+void linuxLogError(const char *fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    logFormatted(LINUX_LOG_ERROR, fmt, args);
+    va_end(args);
+}
+
 // ---- The end -------------------------------------------------------------------------------------------------------
 
 // Runs at every exit: by signal, by linuxFatal, and when main returns.

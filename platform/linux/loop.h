@@ -33,6 +33,9 @@ void linuxTurnEnd();
 // One line of the platform's own to the log. printf's rules, no line end.
 void linuxLog(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
+// The same, as an error.
+void linuxLogError(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
 // Answers one platform message (type 0x8000 and above). `payload` is what the caller sent; the answer goes to `reply`, at most
 // replyMax bytes, and its length to *replyLength (0 before the call). Returns the result for the reply's header.
 typedef int32_t (*LinuxMsgHandler)(const uint8_t *payload, uint32_t length, uint8_t *reply, uint32_t replyMax,

@@ -38,6 +38,18 @@ int32_t linuxNftTableLoad(char *error, uint32_t errorSize) {
     return 0;
 }
 
+bool linuxNftTableRun(const char *text, char *error, uint32_t errorSize) {
+    if (!loaded) {
+        snprintf(error, errorSize, "there is no bridge filter table");
+        return false;
+    }
+    if (nft_run_cmd_from_buffer(rules, text) == 0)
+        return true;
+    const char *reason = nft_ctx_get_error_buffer(rules);
+    snprintf(error, errorSize, "the kernel refuses the rules: %.*s", static_cast<int>(strcspn(reason, "\n")), reason);
+    return false;
+}
+
 void linuxNftTableUnload() {
     if (rules == nullptr) {
         return;

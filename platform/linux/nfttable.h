@@ -10,5 +10,9 @@
 // Loads the table, in place of an older one of ours. 0, or -1 with one sentence in `error`.
 [[nodiscard]] int32_t linuxNftTableLoad(char *error, uint32_t errorSize);
 
+// Runs further lines of the rule language on the loaded table: all of them come into force, or none. False with one sentence
+// in `error`.
+[[nodiscard]] bool linuxNftTableRun(const char *text, char *error, uint32_t errorSize);
+
 // Takes the table away.
 void linuxNftTableUnload();

@@ -14,6 +14,7 @@
 #include "platform/linux/check.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/protocol.h"
+#include "platform/linux/startupstore.h"
 #include "platform/linux/switchfile.h"
 
 namespace {
@@ -65,6 +66,10 @@ void linuxOptions() {
         exit(EXIT_SUCCESS);
     } else if (isOption(words, "-c", "--check")) {
         exit(linuxCheck() ? EXIT_SUCCESS : EXIT_FAILURE);
+    } else if (strcmp(words, "--store") == 0) { // these two are the daemon's own, for its child
+        exit(linuxStoreStartup() ? EXIT_SUCCESS : EXIT_FAILURE);
+    } else if (strcmp(words, "--erase") == 0) {
+        exit(linuxEraseStartup() ? EXIT_SUCCESS : EXIT_FAILURE);
     }
     linuxLog("\"%.64s\" is no word for snoopd6; \"snoopd6 --help\" has them all", unknown);
     exit(STATUS_USAGE);

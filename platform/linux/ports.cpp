@@ -8,6 +8,7 @@
 #include "platform/linux/guard.h"
 #include "platform/linux/maccache.h"
 #include "platform/linux/send.h"
+#include "platform/linux/startupclosed.h"
 #include "platform/linux/trap.h"
 
 LinuxLink linuxLinks[LINUX_LINKS];
@@ -132,6 +133,7 @@ void linuxPortsSettle() {
     linuxSendSettle();
     linuxTrapSettle();
     linuxGuardSettle();
+    linuxStartupClosedSettle();
     for (uint32_t p = 0; p < linuxSwitch.portMax; p++) {
         if (reportedLink[p] == linuxLinks[p].running) {
             continue;

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 // Folder of the daemon's socket and lock; another one with the environment variable SNOOPD6_RUN.
 inline constexpr const char *SNOOPD6_RUN_DEFAULT = "/run/snoopd6";
@@ -14,6 +15,7 @@ inline constexpr uint16_t LINUX_MSG_RUNNING_CONFIG = 0x8001;
 inline constexpr uint16_t LINUX_MSG_DEBUG = 0x8002;
 inline constexpr uint16_t LINUX_MSG_STATUS = 0x8003;
 inline constexpr uint16_t LINUX_MSG_MIB = 0x8004;
+inline constexpr uint16_t LINUX_MSG_SAVE = 0x8005;
 
 // Results in the header of a reply to a platform message.
 inline constexpr int32_t LINUX_RESULT_OK = 0;
@@ -54,6 +56,7 @@ enum : uint32_t {
     LINUX_STATUS_FILTERS = 6,  // LinuxFilterStatus, ascending kind, port, VLAN, MAC and address as bytes
     LINUX_STATUS_FILES = 7,    // one LinuxFilesStatus
     LINUX_STATUS_UNLISTED = 8, // LinuxUnlistedStatus, in no order; 64 at most
+    LINUX_STATUS_STARTUP = 9,  // one LinuxStartupStatus
 };
 
 struct LinuxStatusAsk {
@@ -97,6 +100,31 @@ struct LinuxUnlistedStatus { // an interface in the bridge that is no port of th
     uint32_t reserved;
 };
 static_assert(sizeof(LinuxUnlistedStatus) == 24);
+
+// Words of LinuxStartupStatus::policy, by number: what happens at a start that does not find its configuration whole.
+inline constexpr uint32_t LINUX_STARTUP_USE_LAST_GOOD = 0; // the last good file is used; without one as the third
+inline constexpr uint32_t LINUX_STARTUP_CLOSE = 1;         // IPv6 from untrusted ports is dropped until an operator acts
+inline constexpr uint32_t LINUX_STARTUP_LEAVE_OPEN = 2;    // nothing is guarded
+inline constexpr std::string_view LINUX_STARTUP_POLICIES[] = {"last-good", "closed", "open"};
+
+enum : uint32_t { // LinuxStartupStatus::state: what the start made of the saved configuration
+    LINUX_STARTUP_REPLAYING = 0,
+    LINUX_STARTUP_NONE = 1,      // there is no startup file
+    LINUX_STARTUP_COMPLETE = 2,  // all of it is in force
+    LINUX_STARTUP_BY_HAND = 3,   // the same, and the file has no marks of a save
+    LINUX_STARTUP_LAST_GOOD = 4, // the last good file is used in its place
+    LINUX_STARTUP_PARTLY = 5,    // some of its lines failed
+    LINUX_STARTUP_OPEN = 6,      // a failure left the switch open
+    LINUX_STARTUP_CLOSED = 7,    // a failure closed it
+};
+
+struct LinuxStartupStatus {
+    uint32_t state;
+    uint32_t policy;  // of the switch file
+    uint64_t dropped; // packets that the closed switch has dropped
+    char reason[368]; // a sentence without full stop; empty when all is well
+};
+static_assert(sizeof(LinuxStartupStatus) == 384);
 
 inline constexpr uint32_t LINUX_NO_TRUNK = 0xFFFFFFFFu;
 
@@ -210,3 +238,35 @@ enum : int32_t { // what an object answers; 0 is success, and what is none of th
     LINUX_MIB_RESOURCE_UNAVAILABLE = 10,
     LINUX_MIB_NOT_WRITABLE = 11,
 };
+
+// LINUX_MSG_SAVE: keeps a configuration for the next start. A caller begins, hands the text over in parts, one directly after
+// the other, commits, and asks until the files are written. Only one caller has the place; it loses the place when its
+// connection ends, when it begins anew, and to somebody else after ten silent seconds. The bytes of a part follow the message.
+enum : uint32_t { // LinuxSaveMsg::operation
+    LINUX_SAVE_BEGIN = 0,
+    LINUX_SAVE_PART = 1,
+    LINUX_SAVE_COMMIT = 2,
+    LINUX_SAVE_ASK = 3,
+    LINUX_SAVE_ERASE = 4, // removes the startup file and the last good one; ask until it is done
+    LINUX_SAVE_CLEAR = 5, // forgets a failure of the start, and opens what it closed
+};
+
+struct LinuxSaveMsg {
+    uint32_t operation;
+    uint32_t number; // BEGIN: bytes of the whole text; PART: bytes handed over before
+};
+static_assert(sizeof(LinuxSaveMsg) == 8);
+
+enum : uint32_t { // LinuxSaveAnswer::state
+    LINUX_SAVE_GATHERING = 0,
+    LINUX_SAVE_WORKING = 1, // ask again
+    LINUX_SAVE_DONE = 2,
+    LINUX_SAVE_FAILED = 3,
+    LINUX_SAVE_BUSY = 4, // another caller's turn; try again
+};
+
+struct LinuxSaveAnswer {
+    uint32_t state;
+    char sentence[508]; // of a failure, without full stop
+};
+static_assert(sizeof(LinuxSaveAnswer) == 512);

@@ -36,7 +36,8 @@ static uint32_t waiting[LINUX_CALLERS_MAX]; // places of callers whose message w
 static uint32_t waitingFirst;
 static uint32_t waitingCount;
 
-static uint64_t takenFrom; // caller of the message that was taken last; 0 when that is done with
+static uint64_t answeredNow; // caller of the platform message that is being answered
+static uint64_t takenFrom;   // caller of the message that was taken last; 0 when that is done with
 static uint64_t connectionCount;
 static uint64_t messageCount;
 
@@ -115,6 +116,7 @@ static void answerPlatformMessage(const VosMsgHeader *header, const VosMsgReplyC
     int32_t result = LINUX_RESULT_UNKNOWN;
     uint32_t length = 0;
     if (handler != nullptr) {
+        answeredNow = ctx->caller;
         result = handler(payload, header->payloadLength, answer, PAYLOAD_MAX, &length);
     }
     linuxQueueReply(ctx, result, answer, length);
@@ -232,6 +234,10 @@ uint32_t linuxQueueTake(uint8_t *buf, uint32_t size, VosMsgReplyCtx *ctx) {
     }
     return 0;
 }
+
+uint64_t linuxQueueCaller() { return answeredNow; }
+
+bool linuxQueueConnected(uint64_t caller) { return callerById(caller) != nullptr; }
 
 int32_t linuxQueueReply(const VosMsgReplyCtx *ctx, int32_t result, const uint8_t *payload, uint32_t length) {
     Caller *caller = callerById(ctx->caller);

@@ -42,5 +42,10 @@ void linuxQueueResume();
 // its bytes. Returns 0 also when none waits. A message for the daemon that is longer than `size` ends its connection.
 uint32_t linuxQueueTake(uint8_t *buf, uint32_t size, VosMsgReplyCtx *ctx);
 
+// For the handler of a platform message: its caller, a number that is never used twice. And whether a caller is still
+// connected.
+[[nodiscard]] uint64_t linuxQueueCaller();
+[[nodiscard]] bool linuxQueueConnected(uint64_t caller);
+
 // Sends a reply: a header made from ctx and result, then the payload. 0 when it was handed over.
 int32_t linuxQueueReply(const VosMsgReplyCtx *ctx, int32_t result, const uint8_t *payload, uint32_t length);

@@ -103,6 +103,8 @@ void takeUp(const LinuxSwitchConfig &config) {
         list(&later, "bridge");
     if (config.keepBridgeNetfilter != linuxSwitch.keepBridgeNetfilter)
         list(&later, "bridge_netfilter");
+    if (config.onStartupFailure != linuxSwitch.onStartupFailure)
+        list(&later, "on_startup_failure");
     takePorts(config, &taken, &later);
     if (memcmp(config.trunks, linuxSwitch.trunks, sizeof config.trunks) != 0)
         list(&later, "trunk");

@@ -90,6 +90,12 @@ void writeUnlisted(Page *page, uint32_t) {
     }
 }
 
+void writeStartup(Page *page, uint32_t) {
+    LinuxStartupStatus record;
+    linuxStartupStatus(&record);
+    put(page, &record);
+}
+
 // One record for every port of the switch; `add` makes it and puts it.
 void eachPort(Page *page, uint32_t start, void (*add)(Page *page, uint32_t port0)) {
     for (uint32_t p = start; p < linuxSwitch.portMax; p++) {
@@ -198,7 +204,7 @@ struct Table {
     void (*write)(Page *page, uint32_t start);
 };
 
-constexpr std::array<Table, 9> TABLES = {{
+constexpr std::array<Table, 10> TABLES = {{
     {LINUX_STATUS_SWITCH, sizeof(LinuxSwitchStatus), writeSwitch},
     {LINUX_STATUS_PORTS, sizeof(LinuxPortStatus), writePorts},
     {LINUX_STATUS_VLANS, sizeof(LinuxVlanStatus), writeVlans},
@@ -208,6 +214,7 @@ constexpr std::array<Table, 9> TABLES = {{
     {LINUX_STATUS_FILTERS, sizeof(LinuxFilterStatus), writeFilters},
     {LINUX_STATUS_FILES, sizeof(LinuxFilesStatus), writeFiles},
     {LINUX_STATUS_UNLISTED, sizeof(LinuxUnlistedStatus), writeUnlisted},
+    {LINUX_STATUS_STARTUP, sizeof(LinuxStartupStatus), writeStartup},
 }};
 
 int32_t answer(const uint8_t *payload, uint32_t length, uint8_t *reply, uint32_t replyMax, uint32_t *replyLength) {

@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 #include "platform/linux/loop.h"
+#include "platform/linux/protocol.h"
 #include "platform/linux/tomltext.h"
 
 // In a release the parser turns what it takes for granted into promises to the compiler. Here each stays a check, and ends the
@@ -139,6 +141,16 @@ static bool takeBridgeNetfilter(const Reading *reading, const toml::node &node) 
     return true;
 }
 
+static bool takeStartupPolicy(const Reading *reading, const toml::node &node) {
+    const toml::value<std::string> *value = node.as_string();
+    const auto *word =
+        value == nullptr ? std::end(LINUX_STARTUP_POLICIES) : std::ranges::find(LINUX_STARTUP_POLICIES, value->get());
+    if (word == std::end(LINUX_STARTUP_POLICIES))
+        return wrong(reading, lineOf(node), "on_startup_failure must be \"last-good\", \"closed\" or \"open\"");
+    reading->config->onStartupFailure = static_cast<uint32_t>(word - std::begin(LINUX_STARTUP_POLICIES));
+    return true;
+}
+
 static bool takeVlans(const Reading *reading, const toml::node &node) {
     const toml::array *list = node.as_array();
     if (list == nullptr || list->empty()) {
@@ -210,18 +222,14 @@ static bool takeXpon(const Reading *reading, const toml::node &node, LinuxPortCo
 
 static bool takePortKey(const Reading *reading, const toml::key &key, const toml::node &node, LinuxPortConfig *port,
                         uint32_t *number) {
-    if (key == "number") {
+    if (key == "number")
         return takeInteger(reading, "number", node, 1, LINUX_PORTS_MAX, number);
-    }
-    if (key == "interface") {
+    if (key == "interface")
         return takeInterface(reading, "interface", node, &port->interface);
-    }
-    if (key == "ra_guard") {
+    if (key == "ra_guard")
         return takeSwitch(reading, "ra_guard", node, &port->raGuard);
-    }
-    if (key == "xpon") {
+    if (key == "xpon")
         return takeXpon(reading, node, port);
-    }
     return wrong(reading, key.source().begin.line,
                  "unknown key \"%s\" in a port; known are number, interface, ra_guard and xpon",
                  std::string(key.str()).c_str());
@@ -328,26 +336,23 @@ static bool takeTables(const Reading *reading, const char *name, const toml::nod
 }
 
 static bool takeTopKey(const Reading *reading, const toml::key &key, const toml::node &node) {
-    if (key == "bridge") {
+    if (key == "bridge")
         return takeInterface(reading, "bridge", node, &reading->config->bridge);
-    }
-    if (key == "bridge_netfilter") {
+    if (key == "bridge_netfilter")
         return takeBridgeNetfilter(reading, node);
-    }
-    if (key == "enterprise") {
+    if (key == "enterprise")
         return takeInteger(reading, "enterprise", node, 1, UINT32_MAX, &reading->config->enterprise);
-    }
-    if (key == "title") {
+    if (key == "on_startup_failure")
+        return takeStartupPolicy(reading, node);
+    if (key == "title")
         return takeTitle(reading, node);
-    }
-    if (key == "vlans") {
+    if (key == "vlans")
         return takeVlans(reading, node);
-    }
-    if (key == "port" || key == "trunk") {
+    if (key == "port" || key == "trunk")
         return true; // their turn comes when the bridge's name is known
-    }
     return wrong(reading, key.source().begin.line,
-                 "unknown key \"%s\"; known are bridge, bridge_netfilter, enterprise, title, vlans, [[port]] and [[trunk]]",
+                 "unknown key \"%s\"; known are bridge, bridge_netfilter, enterprise, on_startup_failure, title, vlans, "
+                 "[[port]] and [[trunk]]",
                  std::string(key.str()).c_str());
 }
 

@@ -27,6 +27,7 @@ struct LinuxSwitchConfig {
     uint32_t enterprise;          // default 47119
     uint32_t portMax;             // highest port number, 1 to 28
     uint32_t keepBridgeNetfilter; // 1: bridge netfilter is left as it is, and the daemon does not start where it is on
+    uint32_t onStartupFailure;    // LINUX_STARTUP_* of protocol.h: what happens without a whole startup file
     uint8_t vlans[512]; // bit 0x80 >> (v % 8) of byte v / 8: VLANs of a bridge that does not filter them; default VLAN 1
     LinuxPortConfig ports[LINUX_PORTS_MAX]; // by port index
     LinuxTrunkConfig trunks[LINUX_PORTS_MAX + 1];

@@ -19,7 +19,8 @@
 #include "platform/libvos.h"
 #include "platform/linux/loglimit.h"
 #include "platform/linux/loop.h"
-#include "platform/linux/startup.h"
+#include "platform/linux/startupshell.h"
+#include "platform/linux/startupstore.h"
 #include "platform/linux/switchfile.h"
 
 // ---- The small server ----------------------------------------------------------------------------------------------
@@ -163,6 +164,12 @@ static void leaveNetwork() {
 int main(int argc, char **argv) {
     if (argc > 1 && strcmp(argv[1], "--keep-going") == 0) {
         return playShell(argc, argv);
+    }
+    if (argc > 1 && strcmp(argv[1], "--store") == 0) {
+        return linuxStoreStartup() ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
+    if (argc > 1 && strcmp(argv[1], "--erase") == 0) {
+        return linuxEraseStartup() ? EXIT_SUCCESS : EXIT_FAILURE;
     }
     for (const char *mode : {"serve", "hasty", "undo", "leave", "log", "flood", "file"}) {
         if (argc == 2 && std::string("--") + mode == argv[1]) {

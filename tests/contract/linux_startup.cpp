@@ -1,5 +1,5 @@
 // The replay of the startup file: a daemon in a process of its own, and this program again as the shell that it starts. The
-// startup file tells that shell what to do.
+// startup file, which is its standard input, tells that shell what to do.
 
 #include <csignal>
 #include <cstddef>
@@ -8,14 +8,16 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <poll.h>
 #include <sched.h>
-#include <sstream>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include "platform/linux/protocol.h"
+#include "platform/linux/startupjudge.h"
 #include "tests/contract/linux_caller.h"
 #include "tests/contract/linux_env.h"
 
@@ -68,9 +70,12 @@ static void tellSignals() {
 }
 
 int playShell(int argc, char **argv) {
-    std::stringstream file;
-    file << std::ifstream(argv[argc - 1]).rdbuf();
+    std::istream &file = std::cin;
     for (std::string word; file >> word;) {
+        if (word == "!") { // a remark
+            std::getline(file, word);
+            continue;
+        }
         if (word == "arguments") {
             for (int i = 1; i < argc; i++) {
                 printf("%s\n", argv[i]);
@@ -103,6 +108,8 @@ int playShell(int argc, char **argv) {
 // ---- The tests' daemon ---------------------------------------------------------------------------------------------
 
 static constexpr int PATIENCE = 30000; // ms, for what is certain to come
+static constexpr const char *OPEN = ": not all of it is in force";
+static constexpr const char *IN_FORCE = "READY=1\nSTATUS=startup file in force, without the marks of a save";
 
 class Startup : public testing::Test {
   protected:
@@ -139,12 +146,25 @@ class Startup : public testing::Test {
     // What the manager is told next; "" when nothing comes in time.
     std::string told(int timeoutMs = PATIENCE) const {
         pollfd watched = {.fd = manager, .events = POLLIN, .revents = 0};
-        char text[512];
+        char text[2048];
         const ssize_t n = poll(&watched, 1, timeoutMs) == 1 ? recv(manager, text, sizeof text, 0) : 0;
         return {text, static_cast<size_t>(n)};
     }
 
     void save(const std::string &words) const { std::ofstream(file) << words; }
+
+    std::string inForce() const {
+        return "snoopd6: " + file + " is in force; it has no marks of a save, like a file that is written by hand\n";
+    }
+
+    // What is said of a shell that failed.
+    std::string failed(const std::string &how) const { return "the shell that replays " + file + " " + how + OPEN; }
+
+    void expectOpen(const std::string &reason, const char *mode = "serve") const {
+        const TestServer server = start(mode);
+        EXPECT_EQ(told(), "READY=1\nSTATUS=open after a failure: " + reason);
+        EXPECT_EQ(stop(server), "snoopd6: " + reason + "; the switch is OPEN: what is not configured anew is not guarded\n");
+    }
 
     TestServer start(const char *mode = "serve") const {
         const TestServer server = serverStart(mode, run);
@@ -196,13 +216,14 @@ TEST_F(Startup, NoFile) {
 TEST_F(Startup, TheShellGoesThroughTheFile) {
     save("arguments ask");
     const TestServer server = start();
-    for (const std::string &line : {std::string("--keep-going"), std::string("-f"), file}) {
+    for (const std::string &line :
+         {std::string("--keep-going"), std::string("--startup"), file, std::string("-f"), std::string("-")}) {
         EXPECT_EQ(serverLine(server), line);
     }
     EXPECT_EQ(serverLine(server), "did arguments");
     EXPECT_EQ(serverLine(server), "answered") << "the daemon serves the shell that it started";
-    EXPECT_EQ(told(), "READY=1\nSTATUS=startup file in force");
-    EXPECT_EQ(stop(server), "snoopd6: " + file + " is in force\n");
+    EXPECT_EQ(told(), IN_FORCE);
+    EXPECT_EQ(stop(server), inForce());
 }
 
 TEST_F(Startup, ReadyOnlyWhenTheShellHasEnded) {
@@ -215,17 +236,17 @@ TEST_F(Startup, ReadyOnlyWhenTheShellHasEnded) {
     }
     EXPECT_EQ(told(200), "");
     std::ofstream(folder + "/go") << "x";
-    EXPECT_EQ(told(), "READY=1\nSTATUS=startup file in force");
+    EXPECT_EQ(told(), IN_FORCE);
     stop(server);
 }
 
 TEST_F(Startup, OnlyOnce) {
     save("arguments");
     const TestServer server = start();
-    EXPECT_EQ(told(), "READY=1\nSTATUS=startup file in force");
+    EXPECT_EQ(told(), IN_FORCE);
     serveAFew();
     const std::string said = stop(server);
-    EXPECT_EQ(said, "snoopd6: " + file + " is in force\n");
+    EXPECT_EQ(said, inForce());
 }
 
 TEST_F(Startup, AFailingLine) {
@@ -237,25 +258,25 @@ TEST_F(Startup, AFailingLine) {
 
 TEST_F(Startup, AShellThatDies) {
     save("die");
-    const TestServer server = start();
-    EXPECT_EQ(told(), "READY=1\nSTATUS=not all of the startup file is in force");
-    EXPECT_EQ(stop(server), "snoopd6: not all of " + file + " is in force\n");
+    expectOpen(failed("was ended by signal 9"));
+}
+
+TEST_F(Startup, AShellThatEndsInItsOwnWay) {
+    save("exit 3");
+    expectOpen(failed("ended with status 3"));
 }
 
 TEST_F(Startup, AShellThatHangs) {
     save("hang");
-    const TestServer server = start("hasty");
-    EXPECT_EQ(told(), "READY=1\nSTATUS=not all of the startup file is in force");
-    EXPECT_EQ(stop(server),
-              "snoopd6: the shell does not come to an end with " + file + "\nsnoopd6: not all of " + file + " is in force\n");
+    expectOpen(failed("did not come to an end"), "hasty");
 }
 
 TEST_F(Startup, AShellThatTakesLessThanItMay) {
     save("ask exit 0");
     const TestServer server = start("hasty");
-    EXPECT_EQ(told(), "READY=1\nSTATUS=startup file in force");
+    EXPECT_EQ(told(), IN_FORCE);
     usleep(400000); // past the time that it had
-    EXPECT_EQ(stop(server), "snoopd6: " + file + " is in force\n");
+    EXPECT_EQ(stop(server), inForce());
 }
 
 TEST_F(Startup, ShellsThatCannotBeStarted) {
@@ -266,10 +287,11 @@ TEST_F(Startup, ShellsThatCannotBeStarted) {
                                                           {folder, "Permission denied"}}) {
         save("arguments");
         setenv("SNOOPD6_SHELL", shell.c_str(), 1);
+        const std::string fault = file + " cannot be replayed: " + shell + ": " + reason;
         const TestServer server = start("hasty");
-        EXPECT_EQ(told(), "READY=1\nSTATUS=the startup file could not be replayed");
+        EXPECT_EQ(told(), "READY=1\nSTATUS=open after a failure: " + fault);
         usleep(300000); // past the time that a shell would have had
-        EXPECT_EQ(stop(server), "snoopd6: cannot replay " + file + ": " + shell + ": " + reason + "\n");
+        EXPECT_EQ(stop(server), "snoopd6: " + fault + "; the switch is OPEN: what is not configured anew is not guarded\n");
     }
 }
 
@@ -294,7 +316,7 @@ TEST_F(Startup, TheShellGetsNothingOfTheDaemons) {
     for (const char *line : {"open 0", "open 1", "open 2", "did descriptors", "did signals"}) {
         EXPECT_EQ(serverLine(server), line);
     }
-    EXPECT_EQ(told(), "READY=1\nSTATUS=startup file in force");
+    EXPECT_EQ(told(), IN_FORCE);
     stop(server);
     close(inherited);
 }
@@ -312,8 +334,8 @@ TEST_F(Startup, BesideTheSwitchFile) {
             unsetenv("SNOOPD6_STARTUP");
         }
         const TestServer server = start();
-        EXPECT_EQ(told(), "READY=1\nSTATUS=startup file in force");
-        EXPECT_EQ(stop(server), "snoopd6: " + file + " is in force\n");
+        EXPECT_EQ(told(), IN_FORCE);
+        EXPECT_EQ(stop(server), inForce());
     }
 }
 
@@ -327,9 +349,9 @@ TEST_F(Startup, ANameWithoutAFolder) {
         save("arguments");
         const TestServer server = start();
         serverLine(server);
-        serverLine(server);
+        EXPECT_EQ(serverLine(server), "--startup");
         EXPECT_EQ(serverLine(server), file) << "callers have folders of their own";
-        EXPECT_EQ(told(), "READY=1\nSTATUS=startup file in force");
+        EXPECT_EQ(told(), IN_FORCE);
         stop(server);
     }
     fs::current_path(before);
@@ -339,8 +361,38 @@ TEST_F(Startup, AFileThatCannotBeLookedAtIsNotTakenForNone) {
     std::ofstream(folder + "/text") << "x";
     file = folder + "/text/saved.conf";
     setenv("SNOOPD6_STARTUP", file.c_str(), 1);
-    setenv("SNOOPD6_SHELL", "/bin/false", 1);
+    expectOpen(file + " cannot be read: Not a directory; " + file + ".last-good cannot be read: Not a directory");
+}
+
+// ---- Files that are not whole --------------------------------------------------------------------------------------
+
+TEST_F(Startup, TheLastGoodFile) {
+    const std::string good = file + ".last-good";
+    std::ofstream(good) << linuxStartupMarked("arguments\n");
+    const std::string fault = file + " is missing, although " + good + " is there; " + good + " is used";
     const TestServer server = start();
-    EXPECT_EQ(told(), "READY=1\nSTATUS=not all of the startup file is in force");
-    stop(server);
+    for (const char *line : {"--keep-going", "--startup"})
+        EXPECT_EQ(serverLine(server), line);
+    EXPECT_EQ(serverLine(server), good);
+    EXPECT_EQ(told(), "READY=1\nSTATUS=last good startup file in force: " + fault);
+    EXPECT_EQ(stop(server), "snoopd6: " + fault + "\nsnoopd6: " + good + " is in force\n");
+}
+
+TEST_F(Startup, NothingGood) {
+    save("");
+    expectOpen(file + " is empty; there is no last good file");
+    std::ofstream(file + ".last-good") << LINUX_STARTUP_HEAD << "\n";
+    expectOpen(file + " is empty; " + file + ".last-good is cut off: its last line is missing");
+}
+
+TEST_F(Startup, AFifoIsNotWaitedFor) {
+    ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+    expectOpen(file + " is not an ordinary file; there is no last good file");
+}
+
+TEST_F(Startup, ACompleteFile) {
+    save(linuxStartupMarked("ask\n"));
+    const TestServer server = start();
+    EXPECT_EQ(told(), "READY=1\nSTATUS=startup file in force");
+    EXPECT_EQ(stop(server), "snoopd6: " + file + " is in force\n");
 }

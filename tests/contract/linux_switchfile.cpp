@@ -13,6 +13,7 @@
 
 #include "platform/libcommon.h"
 #include "platform/liboem.h"
+#include "platform/linux/protocol.h"
 #include "tests/contract/linux_env.h"
 
 static std::string path() { return testFolder() + "/switch.toml"; }
@@ -142,7 +143,8 @@ TEST(SwitchFile, PortsAreNeeded) {
 
 TEST(SwitchFile, UnknownKeys) {
     expectWrong("bridge = \"br0\"\nbrigde = \"br1\"\n" + PORT, 2,
-                "unknown key \"brigde\"; known are bridge, bridge_netfilter, enterprise, title, vlans, [[port]] and [[trunk]]");
+                "unknown key \"brigde\"; known are bridge, bridge_netfilter, enterprise, on_startup_failure, title, vlans, "
+                "[[port]] and [[trunk]]");
     expectWrong("bridge = \"br0\"\n" + PORT + "speed = 10\n", 5,
                 "unknown key \"speed\" in a port; known are number, interface, ra_guard and xpon");
     expectWrong("bridge = \"br0\"\n" + PORT + "[[trunk]]\nid = 1\nports = [1]\n", 7,
@@ -172,6 +174,16 @@ TEST(SwitchFile, RaGuard) {
     for (const char *value : {"1", "\"yes\"", "[true]"}) {
         expectWrong("bridge = \"br0\"\n" + PORT + "ra_guard = " + value + "\n", 5, "ra_guard must be true or false");
     }
+}
+
+TEST(SwitchFile, OnStartupFailure) {
+    EXPECT_EQ(readGood("bridge = \"br0\"\n" + PORT).onStartupFailure, LINUX_STARTUP_USE_LAST_GOOD);
+    const std::string line = "bridge = \"br0\"\non_startup_failure = ";
+    EXPECT_EQ(readGood(line + "\"last-good\"\n" + PORT).onStartupFailure, LINUX_STARTUP_USE_LAST_GOOD);
+    EXPECT_EQ(readGood(line + "\"closed\"\n" + PORT).onStartupFailure, LINUX_STARTUP_CLOSE);
+    EXPECT_EQ(readGood(line + "\"open\"\n" + PORT).onStartupFailure, LINUX_STARTUP_LEAVE_OPEN);
+    for (const char *value : {"\"Open\"", "\"\"", "\"closed \"", "true", "2", "[\"open\"]"})
+        expectWrong(line + value + "\n" + PORT, 2, "on_startup_failure must be \"last-good\", \"closed\" or \"open\"");
 }
 
 TEST(SwitchFile, BridgeNetfilter) {

@@ -20,7 +20,7 @@ ANY_KERNEL = {
     for name in (
         "check", "information", "information_names", "information_shell", "package", "package_installed", "runningconfig", "shell",
         "shell_config", "shell_exact", "shell_guard", "shell_information", "snmp_bindings", "snmp_clients", "snmp_hostile",
-        "snmp_life", "snmp_set", "socket", "start_line",
+        "snmp_life", "snmp_set", "socket", "start_line", "startup_save",
     )
 }  # fmt: skip
 

@@ -54,7 +54,7 @@ def test_check(stopped):
             f"{startup}: not there, nothing is snooped or guarded after a start",
         ]
     startup.write_text("! a comment\r\n\r\n  # another\ndhcpv6-snooping\r\ninterface ethernet 0/1 ipv6-source-guard")
-    assert called(stopped, "--check")[1].splitlines()[1] == f"{startup}: lines 2"
+    assert called(stopped, "--check")[1].splitlines()[1] == f"{startup}: lines 2, without the marks of a save"
 
 
 def test_check_finds_faults(stopped):
@@ -62,12 +62,12 @@ def test_check_finds_faults(stopped):
     startup.mkdir()
     status, said, errors = called(stopped, "--check")
     assert status == 1 and said == f"{stopped.file}: bridge br0, ports 4, highest 0/4\n"
-    assert errors == f"snoopd6: {startup} is no ordinary file\n"
+    assert errors == f"snoopd6: {startup} is not an ordinary file: after a start nothing is snooped or guarded\n"
     startup.rmdir()
-    startup.write_text("")
+    startup.write_text("dhcpv6-snooping\n")
     stopped.file.write_text('bridge = "br0"\ncolour = "red"\n')
     status, said, errors = called(stopped, "--check")
-    assert status == 1 and said == f"{startup}: lines 0\n"
+    assert status == 1 and said == f"{startup}: lines 1, without the marks of a save\n"
     assert errors.startswith(f'snoopd6: {stopped.file}:2: unknown key "colour"')
 
 

@@ -19,7 +19,7 @@ from lab.service import STATE
 from lab.switch import Switch
 
 README = (ROOT / "README.md").read_text()
-SAVED = "/etc/snoopd6/startup.conf"
+SAVED = "/var/lib/snoopd6/startup.conf"
 
 
 @pytest.fixture(scope="module")
@@ -60,9 +60,9 @@ def processes_of(machine, user):
     return [line.split()[1] for line in text.splitlines()]
 
 
-def snooping(machine, user=None, check=False):
+def snooping(machine, user=None, check=False, shell="snoopctl"):
     """Whether the daemon says that snooping is on."""
-    done = machine.run("snoopctl", "--json", "show", "dhcpv6-snooping", user=user, check=check)
+    done = machine.run(shell, "--json", "show", "dhcpv6-snooping", user=user, check=check)
     return done.returncode == 0 and json.loads(done.stdout)["snooping"]
 
 
@@ -148,13 +148,28 @@ def test_who_may_use_the_shell(machine):
 
 
 def test_the_saved_configuration_is_readable_for_the_daemon_and_for_nobody_else(machine):
-    assert machine.run("stat", "-c", "%a %G", "/etc/snoopd6").stdout.split() == ["2775", "snoopd6"]
+    assert machine.run("stat", "-c", "%a %U %G", "/etc/snoopd6").stdout.split() == ["755", "root", "root"]
     for user in ("root", "member"):
         machine.run("snoopctl", "save", user=user)
-        assert machine.run("stat", "-c", "%a %G", "/etc/snoopd6/startup.conf").stdout.split() == ["640", "snoopd6"]
-    text = machine.run("cat", "/etc/snoopd6/startup.conf", user="snoopd6").stdout
+        for name in (SAVED, f"{SAVED}.last-good"):
+            assert machine.run("stat", "-c", "%a %U %G", name).stdout.split() == ["640", "snoopd6", "snoopd6"]
+    text = machine.run("cat", SAVED, user="snoopd6").stdout
     assert "dhcpv6-snooping\n" in text.replace("\r", "") and "ipv6-source-guard" in text
-    assert machine.run("cat", "/etc/snoopd6/startup.conf", user="stranger", check=False).returncode != 0
+    assert machine.run("cat", SAVED, user="stranger", check=False).returncode != 0
+    assert machine.run("snoopd6", "--check", user="snoopd6").stdout.splitlines()[1].startswith(f"{SAVED}: lines ")
+
+
+def test_a_member_may_save_and_not_replace_the_switch_file(machine):
+    """Nor put anything else into a folder where root or the daemon looks for it."""
+    before = machine.run("cat", "/etc/snoopd6/switch.toml").stdout
+    for command in (
+        "rm -f /etc/snoopd6/switch.toml", "mv /etc/snoopd6/switch.toml /etc/snoopd6/x", "echo >>/etc/snoopd6/switch.toml",
+        "ln -s /etc/passwd /etc/snoopd6/startup.conf", f"ln -sf /etc/passwd {SAVED}", f"rm -f {SAVED}",
+        "touch /var/lib/snoopd6/.startup.conf.new", "mv /var/lib/snoopd6 /var/lib/other",
+    ):  # fmt: skip
+        assert machine.run("sh", "-c", command, user="member", check=False).returncode != 0, command
+    assert machine.run("cat", "/etc/snoopd6/switch.toml").stdout == before
+    machine.run("snoopctl", "save", user="member")
 
 
 def test_stopped_it_is_as_if_it_had_never_run(machine):
@@ -182,7 +197,7 @@ def test_a_killed_daemon_owes_the_bridge_nothing(machine):
     assert "version " in service_log() and "is ready: bridge br0, 4 ports" in service_log()
     machine.run("systemctl", "stop", "snoopd6")
     assert machine.run("cat", path).stdout == "1\n"
-    assert machine.run("ls", "-A", "/var/lib/snoopd6").stdout == ""
+    assert machine.run("ls", "-A", "/var/lib/snoopd6").stdout.split() == ["startup.conf", "startup.conf.last-good"]
 
 
 def test_started_again_it_is_guarded_when_it_says_that_it_is_ready(machine):
@@ -212,31 +227,32 @@ def test_reloaded_it_takes_up_a_new_port(machine):
 
 
 def test_not_ready_before_the_last_line_is_in_force(machine):
-    """The saved configuration is a pipe here: the daemon waits for its end, works meanwhile, and does not call itself ready."""
-    machine.run("mv", "/etc/snoopd6/startup.conf", "/etc/snoopd6/kept")
-    machine.run("mkfifo", "-m", "644", "/etc/snoopd6/startup.conf")
+    """A shell that waits in the middle: the daemon works meanwhile, and does not call itself ready."""
+    machine.run("cp", "-p", SAVED, f"{SAVED}.kept")
+    gate = STATE / "gate"
+    machine.run("mkfifo", "-m", "644", str(gate))
+    lines = "no such line\ninterface ethernet 0/4 dhcpv6-snooping trust\ninterface ethernet 0/1 ipv6-source-guard\n"
+    machine.run("sh", "-c", f"echo dhcpv6-snooping >{SAVED}; printf '{lines}' >>{SAVED}")
+    machine.run("mv", "/usr/bin/snoopctl", "/usr/bin/snoopctl.real")
+    script = f"#!/bin/sh\\nsnoopctl.real dhcpv6-snooping\\nread -r _ <{gate}\\nexec snoopctl.real \"$@\"\\n"
+    machine.run("sh", "-c", f"printf '{script}' >/usr/bin/snoopctl; chmod 755 /usr/bin/snoopctl")
     (STATE / "snoopd6.said").unlink()
     starting = threading.Thread(target=machine.run, args=("systemctl", "start", "snoopd6"))
     starting.start()
-    writer = subprocess.Popen(
-        machine.command(["sh", "-c", "exec cat >/etc/snoopd6/startup.conf"]), stdin=subprocess.PIPE, text=True
-    )  # fmt: skip
-    writer.stdin.write("dhcpv6-snooping\n")
-    writer.stdin.flush()
-    end = time.monotonic() + 30
-    while not snooping(machine):
-        assert time.monotonic() < end, service_log()
-        time.sleep(0.05)
-    assert starting.is_alive() and (STATE / "snoopd6.said").read_text() == ""
-    writer.stdin.write("no such line\ninterface ethernet 0/4 dhcpv6-snooping trust\ninterface ethernet 0/1 ipv6-source-guard\n")
-    writer.stdin.close()
+    with open(gate, "w") as opened:
+        end = time.monotonic() + 30
+        while not snooping(machine, shell="snoopctl.real"):
+            assert time.monotonic() < end, service_log()
+            time.sleep(0.05)
+        assert starting.is_alive() and (STATE / "snoopd6.said").read_text() == ""
+        opened.write("go\n")
     starting.join(60)
-    assert writer.wait(30) == 0
+    machine.run("mv", "/usr/bin/snoopctl.real", "/usr/bin/snoopctl")
     assert (STATE / "snoopd6.said").read_text().splitlines().count("READY=1") == 1
     assert "not all of the startup file is in force" in (STATE / "snoopd6.said").read_text()
     assert re.search(r"startup\.conf:2: .*no such line", service_log())
     assert sent(machine.switch, 1, UNBOUND) == {}
-    machine.run("mv", "/etc/snoopd6/kept", "/etc/snoopd6/startup.conf")
+    machine.run("mv", f"{SAVED}.kept", SAVED)
 
 
 def test_without_a_switch_file_there_is_nothing_to_start(machine):
@@ -291,6 +307,42 @@ def test_completion(machine):
     assert complete(machine, "snoopctl nonsense ") == []
 
 
+def older_layout(machine, plant):
+    """The folder as the group shared it, with a startup file that a member has put there; the package is configured again."""
+    machine.run("systemctl", "stop", "snoopd6")
+    machine.run("sh", "-c", "rm -rf /var/lib/snoopd6 /etc/snoopd6/startup.conf*")
+    machine.run("sh", "-c", "chgrp snoopd6 /etc/snoopd6; chmod 2775 /etc/snoopd6")
+    machine.run("sh", "-c", plant, user="member")
+    done = machine.run("/var/lib/dpkg/info/snoopd6.postinst", "configure", "0.1.0")
+    assert machine.run("stat", "-c", "%a %U %G", "/etc/snoopd6").stdout.split() == ["755", "root", "root"]
+    return done.stdout + done.stderr
+
+
+def test_an_older_startup_file_is_taken_over(machine):
+    kept = machine.run("cat", SAVED).stdout
+    machine.run("sh", "-c", f"cp {SAVED} /var/tmp/kept; chmod 644 /var/tmp/kept")
+    said = older_layout(machine, "umask 007; cat /var/tmp/kept >/etc/snoopd6/startup.conf")
+    assert f"the saved configuration is now {SAVED}" in said
+    assert machine.run("cat", SAVED).stdout == kept and not machine.exists("/etc/snoopd6/startup.conf")
+    assert machine.run("stat", "-c", "%a %U %G", SAVED).stdout.split() == ["640", "snoopd6", "snoopd6"]
+    machine.run("systemctl", "start", "snoopd6")
+    assert sent(machine.switch, 1, UNBOUND) == {}
+
+
+@pytest.mark.parametrize("plant", [
+    "ln -s /etc/shadow /etc/snoopd6/startup.conf", "ln -s /dev/zero /etc/snoopd6/startup.conf",
+    "mkfifo /etc/snoopd6/startup.conf", "mkdir /etc/snoopd6/startup.conf",
+    "umask 077; echo mine >/etc/snoopd6/startup.conf",
+])  # fmt: skip
+def test_what_a_member_planted_is_not_taken_over(machine, plant):
+    older_layout(machine, plant)
+    assert not machine.exists(SAVED)
+    assert machine.run("test", "-e", "/etc/snoopd6/startup.conf", "-o", "-L", "/etc/snoopd6/startup.conf").returncode == 0
+    machine.run("rm", "-rf", "/etc/snoopd6/startup.conf")
+    machine.run("systemctl", "start", "snoopd6")
+    machine.run("snoopctl", "save")
+
+
 def test_removed_it_leaves_the_configuration_and_purged_it_leaves_the_switch_file(machine):
     machine.run("systemctl", "stop", "snoopd6")
     listed = machine.run("dpkg", "-L", "snoopd6").stdout.split("\n")
@@ -299,11 +351,11 @@ def test_removed_it_leaves_the_configuration_and_purged_it_leaves_the_switch_fil
     machine.run("apt-get", "-y", "remove", "snoopd6")
     for name in programs_and_pages:
         assert not machine.exists(name), name
-    assert machine.exists("/etc/snoopd6/startup.conf") and machine.exists("/etc/snoopd6/switch.toml")
+    assert machine.exists(SAVED) and machine.exists("/etc/snoopd6/switch.toml")
     machine.run("apt-get", "-y", "purge", "snoopd6")
     assert machine.run("ls", "-A", "/etc/snoopd6").stdout.split() == ["switch.toml"]
     machine.run("sh", "-c", "apt install ./snoopd6_*.deb")
-    assert machine.run("stat", "-c", "%a %G", "/etc/snoopd6").stdout.split() == ["2775", "snoopd6"]
+    assert machine.run("stat", "-c", "%a %G", "/etc/snoopd6").stdout.split() == ["755", "root"]
     machine.run("rm", "/etc/snoopd6/switch.toml")
     machine.run("apt-get", "-y", "purge", "snoopd6")
     assert not machine.exists("/etc/snoopd6") and not machine.exists("/var/lib/snoopd6")

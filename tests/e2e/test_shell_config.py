@@ -7,8 +7,7 @@ import contextlib
 import json
 import os
 import random
-import resource
-import signal
+import shutil
 import socket
 import subprocess
 import time
@@ -40,11 +39,13 @@ class Service(Daemon):
         self.manager.settimeout(30)
 
     def environment(self):
-        return dict(super().environment(), SNOOPD6_SHELL=self.shell, NOTIFY_SOCKET=str(self.folder / "notify"))
+        own = {"SNOOPD6_STARTUP": self.startup, "SNOOPD6_SHELL": self.shell, "NOTIFY_SOCKET": self.folder / "notify"}
+        return super().environment() | {name: str(value) for name, value in own.items()}
 
     def ready(self):
-        """What the daemon says when it is ready."""
-        lines = self.manager.recv(4096).decode().splitlines()
+        """What the daemon says when it is ready; what a save made it say before is passed over."""
+        while len(lines := self.manager.recv(4096).decode().splitlines()) == 1:
+            assert lines[0].startswith("STATUS="), lines
         assert lines[0] == "READY=1" and lines[1].startswith("STATUS=") and len(lines) == 2, lines
         return lines[1].removeprefix("STATUS=")
 
@@ -163,7 +164,7 @@ def test_ready_when_the_replay_is_through(service):
             service.manager.recv(4096)
         service.manager.settimeout(30)
         opened.write("go\n")
-    assert service.ready() == "startup file in force"
+    assert service.ready() == "startup file in force, without the marks of a save"
     assert service.printed() == printed
 
 
@@ -193,44 +194,70 @@ def test_without_a_shell_the_daemon_runs(service):
     service.startup.write_text("dhcpv6-snooping\n")
     service.shell = "/nonexistent/snoopctl"
     service.start()
-    assert service.ready() == "the startup file could not be replayed"
+    said = f"{service.startup} cannot be replayed: /nonexistent/snoopctl: No such file or directory"
+    assert service.ready() == f"open after a failure: {said}"
     assert service.printed() == []
 
 
 def two_texts(service):
-    """What is in the startup file, and what the next save would put there."""
+    """What is in the startup file, and what the next save puts there, with the marks of a save."""
     service.start()
+    assert service.ready() == "no startup file"
     service.replay([settings.binding(number, 3, [1, 2]) for number in range(1, 601)])
     service.ctl("save")
     service.ctl("interface", "ethernet", "0/1", "dhcpv6-snooping", "max-clients", "5")
-    other = service.folder / "other"
-    service.ctl("save", str(other))
-    old, new = service.startup.read_bytes(), other.read_bytes()
+    old = service.startup.read_bytes()
+    service.ctl("save")
+    new = service.startup.read_bytes()
     assert old != new and len(old) > 40000
+    assert (service.folder / "startup.conf.last-good").read_bytes() == old
+    service.startup.write_bytes(old)
     return old, new
 
 
-@pytest.mark.parametrize("part", [0, 1, 0.5, 0.999])
-def test_a_save_that_ends_in_the_middle(service, part):
-    """The kernel ends the writer where a file may not grow any further."""
+@pytest.mark.parametrize("part", [0, 0.5, 1.5])
+def test_a_save_on_a_full_disk(service, part):
+    """The disk takes nothing of the first of the two files that are written, or a part, or one after the other."""
     old, new = two_texts(service)
-    limit = part if part == 1 else int(len(new) * part)
-    done = subprocess.run(
-        [program("snoopctl"), "save"], env=service.environment(), stdout=subprocess.DEVNULL, timeout=30, check=False,
-        preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)),
-    )  # fmt: skip
-    assert done.returncode == -signal.SIGXFSZ
-    assert service.startup.read_bytes() == old
-    (left,) = service.folder.glob(".startup.conf.*")
-    assert left.read_bytes() == new[:limit]
-    service.ctl("save")  # what was left behind is in nobody's way
-    assert service.startup.read_bytes() == new
+    page = os.sysconf("SC_PAGE_SIZE")
+    room = int(part * (-(-len(new) // page) + 1)) * page
+    shutil.copytree(service.folder, kept := f"{service.folder}-kept", ignore=shutil.ignore_patterns("run", "notify"))
+    small = service.folder / "small"
+    small.mkdir()
+    assert service.stop() == 0
+    used = 2 * -(-len(old) // page) * page
+    subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={used + room}", "tmpfs", str(small)], check=True)
+    try:
+        for name in ("startup.conf", "startup.conf.last-good"):
+            shutil.copy(f"{kept}/{name}", small)
+        service.startup = small / "startup.conf"
+        service.start()
+        assert service.ready() == "startup file in force"
+        service.ctl("interface", "ethernet", "0/1", "dhcpv6-snooping", "max-clients", "5")
+        status, output, error = service.ctl("save", check=False)
+        if part > 1:
+            assert (status, error) == (0, "") and service.startup.read_bytes() == new
+        else:
+            assert (status, output) == (1, "") and error.endswith("No space left on device\n"), error
+            assert service.startup.read_bytes() == old
+        assert sorted(path.name for path in small.iterdir()) == ["startup.conf", "startup.conf.last-good"]
+        assert service.stop() == 0
+    finally:
+        subprocess.run(["umount", str(small)], check=True)
+        shutil.rmtree(kept)
 
 
-def test_a_save_that_is_killed(service):
-    """Ended at any moment, it leaves the former file or the new one, whole."""
+def whole_files(service, *texts):
+    """Every startup file there is one of these texts, whole."""
+    for name in ("startup.conf", "startup.conf.last-good"):
+        assert (service.folder / name).read_bytes() in texts
+
+
+def test_a_save_whose_shell_is_killed(service):
+    """Ended at any moment, it leaves the former file or the new one, whole, and the next save finds nothing in its way."""
     old, new = two_texts(service)
-    line = [program("snoopctl"), "save", str(service.folder / "timed")]
+    line = [program("snoopctl"), "save"]
+    service.startup.write_bytes(old)
     start = time.monotonic()
     subprocess.run(line, env=service.environment(), stdout=subprocess.DEVNULL, check=True)
     duration = time.monotonic() - start
@@ -239,13 +266,31 @@ def test_a_save_that_is_killed(service):
     ended = []
     for number in range(40):
         service.startup.write_bytes(old)
-        child = subprocess.Popen([program("snoopctl"), "save"], env=environment, stdout=subprocess.DEVNULL)
+        child = subprocess.Popen(line, env=environment, stdout=subprocess.DEVNULL)
         with contextlib.suppress(subprocess.TimeoutExpired):
             child.wait(duration * number / 25)
         child.kill()
-        ended.append((child.wait(), service.startup.read_bytes()))
-        assert ended[-1] in ((-9, old), (-9, new), (0, new))
-    assert (-9, old) in ended and (0, new) in ended
+        ended.append(child.wait())
+        service.ctl("erase", "startup")  # its writer, if it got that far, has ended then
+        service.ctl("save")
+        whole_files(service, new)
+    assert -9 in ended and 0 in ended
+
+
+def test_a_save_whose_daemon_is_killed(service):
+    """The writer may go on without it: what is there at any time is whole."""
+    old, new = two_texts(service)
+    for number in range(8):
+        service.startup.write_bytes(old)
+        child = subprocess.Popen([program("snoopctl"), "save"], env=service.environment(), stdout=subprocess.DEVNULL,
+                                 stderr=subprocess.DEVNULL)  # fmt: skip
+        time.sleep(number / 20)
+        service.kill()
+        child.wait(90)
+        whole_files(service, old, new)
+        service.startup.write_bytes(new)
+        service.start()
+        assert service.ready() == "startup file in force"
 
 
 @pytest.mark.parametrize("line, status, said", [

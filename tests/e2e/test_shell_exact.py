@@ -26,6 +26,7 @@ def service(switch):
 
 # ---- What the daemon has -------------------------------------------------------------------------------------------------
 
+MARKS = (b"! Saved configuration of snoopd6. Its last line says that it is complete.\n", b"! End of the saved configuration.\n")
 
 def identity(kind, value, held, template):
     """What counts of an id."""
@@ -66,9 +67,11 @@ def everything(daemon):
 
 
 def restarted(service):
-    """Every setting after `save`, the end of the daemon and its next start; the file that was saved."""
+    """Every setting after `save`, the end of the daemon and its next start; the file that was saved, without its marks."""
     assert service.ctl("save").startswith("Saved ")
-    saved = service.startup.read_bytes()
+    head, *lines, end = service.startup.read_bytes().splitlines(keepends=True)
+    assert (head, end) == MARKS
+    saved = b"".join(lines)
     assert service.stop() == 0
     service.start()
     assert service.ready() == "startup file in force"

@@ -256,8 +256,17 @@ TEST_F(ShellCommands, ShowPlatform) {
                                      "DHCPv6 snooping         on\n"
                                      "DHCPv6 is forwarded by  snoopd6\n"
                                      "Filter rules loaded     yes\n"
-                                     "Not in the switch file  eth7\n");
-    EXPECT_EQ(nlohmann::json::parse(show("show platform", true))["unlisted_interfaces"], nlohmann::json({"eth7"}));
+                                     "Not in the switch file  eth7\n"
+                                     "Startup file            closed\n"
+                                     "Startup failure         /nonexistent/startup.conf is empty\n"
+                                     "On startup failure      closed\n"
+                                     "Dropped since           17\n");
+    const nlohmann::json platform = nlohmann::json::parse(show("show platform", true));
+    EXPECT_EQ(platform["startup"], "closed");
+    EXPECT_EQ(platform["startup_reason"], "/nonexistent/startup.conf is empty");
+    EXPECT_EQ(platform["on_startup_failure"], "closed");
+    EXPECT_EQ(platform["startup_dropped"], 17);
+    EXPECT_EQ(platform["unlisted_interfaces"], nlohmann::json({"eth7"}));
     EXPECT_EQ(show("show platform ports"), "PORT  INTERFACE  TYPE      IFINDEX  LINK  FORWARDING  NATIVE VLAN  TRUNK\n"
                                            "0/1   p1         ethernet        3  up    yes                  10      -\n"
                                            "0/2   p2         xpon            -  down  no                    -      -\n"

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -181,6 +182,12 @@ Bytes answerStatus(const Bytes &request) {
         appendRecord(&records, &unlisted, sizeof unlisted);
         return fakeReply(request, 0, page(table, 0, 1, records));
     }
+    case LINUX_STATUS_STARTUP: {
+        const LinuxStartupStatus startup = {LINUX_STARTUP_CLOSED, LINUX_STARTUP_CLOSE, 17,
+                                            "/nonexistent/startup.conf is empty"};
+        appendRecord(&records, &startup, sizeof startup);
+        return fakeReply(request, 0, page(table, 0, 1, records));
+    }
     case LINUX_STATUS_SWITCH:
         appendRecord(&records, &status, sizeof status);
         return fakeReply(request, 0, page(table, 0, 1, records));
@@ -200,6 +207,26 @@ Bytes answerStatus(const Bytes &request) {
 
 bool isSwitchQuestion(const Bytes &request) {
     return fakeWord(request, 0) == (0x00010000u | LINUX_MSG_STATUS) && fakeWord(request, HEADER) == LINUX_STATUS_SWITCH;
+}
+
+// A save is written the second time that it is asked for.
+Bytes answerSave(const Bytes &request) {
+    static std::atomic<bool> asked;
+    LinuxSaveAnswer answer = {};
+    switch (fakeWord(request, HEADER)) {
+    case LINUX_SAVE_BEGIN:
+    case LINUX_SAVE_PART: answer.state = LINUX_SAVE_GATHERING; break;
+    case LINUX_SAVE_COMMIT:
+    case LINUX_SAVE_ERASE:
+        asked = false;
+        answer.state = LINUX_SAVE_WORKING;
+        break;
+    case LINUX_SAVE_ASK: answer.state = asked.exchange(true) ? LINUX_SAVE_DONE : LINUX_SAVE_WORKING; break;
+    default: answer.state = LINUX_SAVE_DONE; break;
+    }
+    Bytes payload;
+    appendRecord(&payload, &answer, sizeof answer);
+    return fakeReply(request, 0, payload);
 }
 
 // Serves one connection until its peer or the test ends it. False when the test did.
@@ -311,6 +338,7 @@ Bytes fakeSwitch(const Bytes &request) {
     case VOS_MSG_TYPE_REMOTE_CALL: return answerCall(request);
     case LINUX_MSG_STATUS: return answerStatus(request);
     case LINUX_MSG_RUNNING_CONFIG: return fakeReply(request, 0, answerConfig(request));
+    case LINUX_MSG_SAVE: return answerSave(request);
     case LINUX_MSG_DEBUG: {
         const uint32_t set = fakeWord(request, HEADER + 4);
         return fakeReply(request, 0, fakeWords({fakeWord(request, HEADER), set == 2 ? 1 : set}));

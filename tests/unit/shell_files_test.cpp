@@ -1,4 +1,6 @@
 // Configuration in files: what "save" leaves behind, whatever stands in its way, and what "load" makes of a file.
+#include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -10,10 +12,13 @@
 #include "platform/libvos.h"
 #include "platform/linux/protocol.h"
 #include "shell/savefile.h"
+#include "shell/values.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr size_t HEADER = sizeof(VosMsgHeader);
 
 std::string contentOf(const fs::path &path) {
     std::ifstream file(path, std::ios::binary);
@@ -98,37 +103,122 @@ TEST_F(ShellFiles, WhatNoLineMakesIsNamedAndTheFormerFileStays) {
     EXPECT_EQ(session.error, "nothing was saved: " + first + "; \"show running-config\" names 1 more");
 }
 
-TEST_F(ShellFiles, TheStartupFileIsTheDaemons) {
-    daemon.answer = [this](const Bytes &request) {
-        if (fakeWord(request, 0) != (0x00010000u | LINUX_MSG_STATUS)) {
-            return fakeSwitch(request);
+// What the daemon was handed over, in order; the messages are checked on the way.
+std::string handedOver(FakeDaemon *daemon) {
+    std::string text;
+    uint32_t total = 0;
+    for (const Bytes &request : fakeRequests(daemon)) {
+        if (fakeWord(request, 0) != (0x00010000u | LINUX_MSG_SAVE))
+            continue;
+        const uint32_t number = fakeWord(request, HEADER + 4);
+        const std::string bytes(request.begin() + HEADER + sizeof(LinuxSaveMsg), request.end());
+        if (fakeWord(request, HEADER) == LINUX_SAVE_BEGIN)
+            total = number;
+        if (fakeWord(request, HEADER) == LINUX_SAVE_PART) {
+            EXPECT_EQ(number, text.size());
+            text += bytes;
+        } else {
+            EXPECT_EQ(bytes, "");
         }
-        LinuxFilesStatus files = {};
-        name("startup.conf").copy(files.startupFile, sizeof files.startupFile - 1);
-        Bytes page = fakeWords({LINUX_STATUS_FILES, 0, 1, sizeof files});
-        const auto *bytes = reinterpret_cast<const uint8_t *>(&files);
-        page.insert(page.end(), bytes, bytes + sizeof files);
-        return fakeReply(request, 0, page);
-    };
-    EXPECT_EQ(run("save"), Outcome::done) << session.error;
-    EXPECT_EQ(namesIn(folder), std::vector<std::string>{"startup.conf"});
-    daemon.answer = [](const Bytes &request) {
-        if (fakeWord(request, 0) != (0x00010000u | LINUX_MSG_STATUS)) {
+        EXPECT_LE(text.size(), total);
+    }
+    EXPECT_EQ(text.size(), total);
+    return text;
+}
+
+TEST_F(ShellFiles, TheDaemonWritesItsStartupFile) {
+    ASSERT_EQ(run("save " + name("x.conf")), Outcome::done);
+    ASSERT_EQ(run("save"), Outcome::done) << session.error;
+    EXPECT_EQ(session.output, "Saved 18 lines to /nonexistent/startup.conf.\n");
+    EXPECT_EQ(handedOver(&daemon), contentOf(name("x.conf")));
+}
+
+TEST_F(ShellFiles, AConfigurationOfManyParts) {
+    FakeConfig config;
+    for (uint32_t i = 0; i < 600; ++i) {
+        config.bindings.push_back(fakeBinding(static_cast<uint8_t>(i), static_cast<uint8_t>(i), 0, 0));
+        config.bindings.back().mac[0] = 2;
+        config.bindings.back().address.bytes[14] = static_cast<uint8_t>(i >> 8);
+        char line[128];
+        snprintf(line, sizeof line, "ipv6-source-guard bind ip %s mac 02:00:00:00:00:%02x\r\n",
+                 textIpv6(config.bindings.back().address.bytes, 128).c_str(), i & 0xffu);
+        config.text += line;
+    }
+    daemon.answer = [config](const Bytes &request) { return fakeConfigured(request, config); };
+    ASSERT_EQ(run("save"), Outcome::done) << session.error;
+    EXPECT_EQ(session.output, "Saved 600 lines to /nonexistent/startup.conf.\n");
+    EXPECT_GT(handedOver(&daemon).size(), 32768u);
+}
+
+// The answers to the messages of a save, one after the other.
+FakeAnswer savesLike(std::vector<Bytes> answers) {
+    return [answers, next = size_t{0}](const Bytes &request) mutable {
+        if (fakeWord(request, 0) != (0x00010000u | LINUX_MSG_SAVE))
             return fakeSwitch(request);
-        }
-        Bytes page = fakeWords({LINUX_STATUS_FILES, 0, 1, sizeof(LinuxFilesStatus)});
-        page.resize(page.size() + sizeof(LinuxFilesStatus));
-        return fakeReply(request, 0, page);
+        const Bytes &answer = answers[std::min(next++, answers.size() - 1)];
+        return answer.empty() ? fakeReply(request, LINUX_RESULT_BAD, {}) : fakeReply(request, 0, answer);
     };
+}
+
+Bytes saveAnswer(uint32_t state, const char *sentence = "") {
+    Bytes answer = fakeWords({state});
+    answer.insert(answer.end(), sentence, sentence + strlen(sentence));
+    answer.resize(sizeof(LinuxSaveAnswer));
+    return answer;
+}
+
+TEST_F(ShellFiles, WhatTheDaemonSaysOfASave) {
+    const Bytes gathering = saveAnswer(LINUX_SAVE_GATHERING);
+    daemon.answer = savesLike({gathering, gathering, saveAnswer(LINUX_SAVE_FAILED, "cannot write x: No space left\x1b[2J")});
     EXPECT_EQ(run("save"), Outcome::refused);
-    EXPECT_EQ(session.error, "the path of the daemon's startup file is too long to be told: say \"save FILE\" with that path");
+    EXPECT_EQ(session.error, "cannot write x: No space left\\x1b[2J");
+    EXPECT_EQ(session.output, "");
+    daemon.answer = savesLike({gathering, Bytes{}});
+    EXPECT_EQ(run("save"), Outcome::refused);
+    EXPECT_EQ(session.error, "the daemon has given the place to somebody else who saves: try again");
+    const Bytes busy = saveAnswer(LINUX_SAVE_BUSY);
+    daemon.answer = savesLike({busy, busy, gathering, gathering, saveAnswer(LINUX_SAVE_DONE)});
+    EXPECT_EQ(run("save"), Outcome::done) << session.error;
+    daemon.answer = savesLike({Bytes(sizeof(LinuxSaveAnswer) - 1)});
+    EXPECT_EQ(run("save"), Outcome::unreachable);
+    EXPECT_EQ(session.error, "the daemon's answer is damaged: it does not say what became of the save");
+    daemon.answer = [](const Bytes &request) {
+        const bool isSave = fakeWord(request, 0) == (0x00010000u | LINUX_MSG_SAVE);
+        return isSave ? fakeReply(request, LINUX_RESULT_UNKNOWN, {}) : fakeSwitch(request);
+    };
+    EXPECT_EQ(run("save"), Outcome::unreachable);
+    EXPECT_EQ(session.error, "the daemon cannot save: install snoopd6 and snoopctl from the same release");
+}
+
+TEST_F(ShellFiles, EraseAsksFirst) {
+    session.confirm = [](const std::string &) { return false; };
+    EXPECT_EQ(run("erase startup"), Outcome::done);
+    EXPECT_EQ(session.output, "Nothing was erased.\n");
+    EXPECT_EQ(calls(), 0u);
+    session.confirm = [](const std::string &) { return true; };
+    EXPECT_EQ(run("erase startup"), Outcome::done) << session.error;
+    EXPECT_EQ(calls(), 3u); // asked twice
+    EXPECT_EQ(run("clear startup-failure"), Outcome::done) << session.error;
+}
+
+TEST_F(ShellFiles, LinesThatAStartupFileCannotHave) {
+    session.startup = true;
+    for (const char *line : {"save", "erase startup", "clear startup-failure"}) {
+        EXPECT_EQ(run(line), Outcome::refused);
+        EXPECT_EQ(session.error, "a startup file cannot have this line");
+    }
+    EXPECT_EQ(run("save " + name("x.conf")), Outcome::refused);
+    EXPECT_FALSE(fs::exists(name("x.conf")));
+    EXPECT_EQ(calls(), 0u);
 }
 
 TEST_F(ShellFiles, WhereNothingCanBeWritten) {
-    EXPECT_EQ(run("save"), Outcome::refused);
-    EXPECT_EQ(session.error, "cannot write /nonexistent/startup.conf: No such file or directory");
+    EXPECT_EQ(run("save /nonexistent/x.conf"), Outcome::refused);
+    EXPECT_EQ(session.error, "cannot write /nonexistent/x.conf: No such file or directory");
     EXPECT_EQ(run("save " + folder.string()), Outcome::refused);
     EXPECT_EQ(session.error, "cannot write " + folder.string() + ": it is not an ordinary file");
+    EXPECT_EQ(run("save " + folder.string() + "/"), Outcome::refused);
+    EXPECT_EQ(session.error, "cannot write " + folder.string() + "/: it is not an ordinary file");
     EXPECT_EQ(run("save /dev/null"), Outcome::refused);
     EXPECT_EQ(session.error, "cannot write /dev/null: it is not an ordinary file");
     EXPECT_EQ(run("save /proc/x.conf"), Outcome::refused);
@@ -147,15 +237,38 @@ TEST_F(ShellFiles, WithoutADaemonTheFormerFileStays) {
 TEST_F(ShellFiles, ReplacedAsAWhole) {
     std::string error;
     std::ofstream(name("real.conf")) << std::string(5000, 'o');
-    fs::create_symlink("real.conf", name("link.conf"));
     std::ifstream reader(name("real.conf")); // has the old one open
-    ASSERT_TRUE(saveFile(name("link.conf"), "new\n", &error)) << error;
-    EXPECT_TRUE(fs::is_symlink(name("link.conf")));
+    ASSERT_TRUE(saveFile(name("real.conf"), "new\n", &error)) << error;
     EXPECT_EQ(contentOf(name("real.conf")), "new\n");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), std::string(5000, 'o'));
     ASSERT_TRUE(saveFile(name("real.conf"), "", &error)) << error;
     EXPECT_EQ(contentOf(name("real.conf")), "");
-    EXPECT_EQ(namesIn(folder), (std::vector<std::string>{"link.conf", "real.conf"}));
+    EXPECT_EQ(namesIn(folder), std::vector<std::string>{"real.conf"});
+}
+
+// Whoever can put a link into the way would otherwise say where root writes.
+TEST_F(ShellFiles, NoLinkIsFollowed) {
+    std::string error;
+    std::ofstream(name("real.conf")) << "old";
+    fs::create_symlink("real.conf", name("link.conf"));
+    EXPECT_FALSE(saveFile(name("link.conf"), "new\n", &error));
+    EXPECT_EQ(error, "cannot write " + name("link.conf") + ": it is a symbolic link, which is not followed");
+    fs::create_symlink(name("planted"), name("dangling"));
+    EXPECT_FALSE(saveFile(name("dangling"), "new\n", &error));
+    fs::create_directory(name("inside"));
+    fs::create_directory(name("inside") + "/deeper");
+    fs::create_symlink("inside", name("way"));
+    const std::string reached =
+        ": its folder is reached through a symbolic link, which could lead elsewhere: name the folder itself";
+    for (const std::string &path : {name("way/x.conf"), name("way/deeper/x.conf"), name("inside/../way/x.conf")}) {
+        EXPECT_FALSE(saveFile(path, "new\n", &error));
+        EXPECT_EQ(error, "cannot write " + path + reached);
+    }
+    fs::create_symlink(name("real.conf"), name(".new.conf.new"));
+    EXPECT_TRUE(saveFile(name("new.conf"), "new\n", &error)) << error;
+    EXPECT_EQ(contentOf(name("real.conf")), "old");
+    EXPECT_EQ(namesIn(folder), (std::vector<std::string>{"dangling", "inside", "link.conf", "new.conf", "real.conf", "way"}));
+    EXPECT_EQ(namesIn(name("inside")), std::vector<std::string>{"deeper"});
 }
 
 TEST_F(ShellFiles, OwnerOfTheFormerFile) {

@@ -18,8 +18,11 @@ TEST_F(ShellComplete, WordsAndWhatTheDaemonKnows) {
         const char *completed;
     } cases[] = {
         {{""},
-         "dhcpv6-snooping\nundo\ninterface\nipv6-source-guard\nvlan\nsave\nload\nclear\nshow\nwatch\ndebug\nhelp\nquit\n"},
-        {{}, "dhcpv6-snooping\nundo\ninterface\nipv6-source-guard\nvlan\nsave\nload\nclear\nshow\nwatch\ndebug\nhelp\nquit\n"},
+         "dhcpv6-snooping\nundo\ninterface\nipv6-source-"
+         "guard\nvlan\nsave\nload\nerase\nclear\nshow\nwatch\ndebug\nhelp\nquit\n"},
+        {{},
+         "dhcpv6-snooping\nundo\ninterface\nipv6-source-"
+         "guard\nvlan\nsave\nload\nerase\nclear\nshow\nwatch\ndebug\nhelp\nquit\n"},
         {{"s"}, "save\nshow\n"},
         {{"sh", "ru"}, "running-config\n"},
         {{"show", "platform", ""}, "ports\nvlans\nmacs\ncounters\nfilters\n"},

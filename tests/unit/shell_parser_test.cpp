@@ -81,7 +81,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "information"},
         ReadCase{PLACE_TOP, "clear dhcpv6-snooping x", nullptr,
                  "\"x\" is not known behind \"clear dhcpv6-snooping\": allowed is clients"},
-        ReadCase{PLACE_TOP, "clear \"\"", nullptr, "\"\" is not known behind \"clear\": allowed is dhcpv6-snooping"},
+        ReadCase{PLACE_TOP, "clear \"\"", nullptr,
+                 "\"\" is not known behind \"clear\": allowed are dhcpv6-snooping and startup-failure"},
         ReadCase{PLACE_TOP, "dhcpv6-snooping information remote-id string two words", nullptr,
                  "nothing may stand behind \"dhcpv6-snooping information remote-id string two\", but there is \"words\": a "
                  "text with blanks is put in double quotes"},
@@ -96,7 +97,8 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{PLACE_TOP, "save a b", nullptr,
                  "nothing may stand behind \"save a\", but there is \"b\": a text with blanks is put in double quotes"},
         ReadCase{PLACE_VLAN, "undo all", nullptr, "\"undo all\" belongs to the top: say \"quit\" first"},
-        ReadCase{PLACE_TOP, "clear", nullptr, "the line is not complete: \"clear\" wants dhcpv6-snooping behind it"},
+        ReadCase{PLACE_TOP, "clear", nullptr,
+                 "the line is not complete: \"clear\" wants dhcpv6-snooping or startup-failure behind it"},
         ReadCase{PLACE_TOP, "interface ethernet", nullptr,
                  "the line is not complete: \"interface ethernet\" wants 0/N behind it"},
         ReadCase{PLACE_TOP, "interface ethernet 4", nullptr, "\"4\" is not a port: allowed are 0/1 to 0/28"},
@@ -112,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{
             PLACE_TOP, "DHCPV6-SNOOPING", nullptr,
             "\"DHCPV6-SNOOPING\" is not known here: allowed are dhcpv6-snooping, undo, interface, ipv6-source-guard, vlan, "
-            "save, load, clear, show, watch, debug, help and quit"}));
+            "save, load, erase, clear, show, watch, debug, help and quit"}));
 
 TEST(ShellParser, ValuesArriveWhereTheyBelong) {
     std::vector<ParsedCommand> parsed;
@@ -257,7 +259,7 @@ TEST(ShellCompletion, AddsWhatIsCertain) {
     EXPECT_EQ(interactiveCompletion(session, "show dhcpv6-snooping c"), "lient");
     EXPECT_EQ(interactiveCompletion(session, "show dhcpv6-snooping clients"), " ");
     EXPECT_EQ(interactiveCompletion(session, "clear d"), "hcpv6-snooping ");
-    EXPECT_EQ(interactiveCompletion(session, "clear "), "dhcpv6-snooping ");
+    EXPECT_EQ(interactiveCompletion(session, "clear "), "");
     EXPECT_EQ(interactiveCompletion(session, "vlan "), "");
     EXPECT_EQ(interactiveCompletion(session, "vlan 10 dh"), "cpv6-snooping ");
     EXPECT_EQ(interactiveCompletion(session, "nonsense "), "");

@@ -94,7 +94,7 @@ TEST_F(ShellProgram, ArgumentsAreWords) {
         {{"dhcpv6-snooping", "information", "remote-id", "string", ""}, "the string \"\" has 0 bytes: allowed are 1 to 79"},
         {{"show dhcpv6-snooping", "clients"},
          "\"show dhcpv6-snooping\" is not known here: allowed are dhcpv6-snooping, undo, "
-         "interface, ipv6-source-guard, vlan, save, load, clear, show, watch, debug, help and quit"},
+         "interface, ipv6-source-guard, vlan, save, load, erase, clear, show, watch, debug, help and quit"},
         {{"show", ""},
          "\"\" is not known behind \"show\": allowed are dhcpv6-snooping, ipv6-source-guard, platform and running-config"},
     };

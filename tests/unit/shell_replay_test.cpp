@@ -104,7 +104,7 @@ TEST_F(ShellReplay, AFailedLineIsNamedAndTheRestRuns) {
     EXPECT_EQ(result.skipped, 0u);
     EXPECT_EQ(err,
               "startup.conf:2: nonsense here: \"nonsense\" is not known here: allowed are dhcpv6-snooping, undo, interface, "
-              "ipv6-source-guard, vlan, save, load, clear, show, watch, debug, help and quit\n"
+              "ipv6-source-guard, vlan, save, load, erase, clear, show, watch, debug, help and quit\n"
               "startup.conf:4: vlan 10 dhcpv6-snooping max-clients 3000: \"3000\" is not a number of clients: allowed are "
               "0 to 2048\n");
     EXPECT_EQ(replaySummary(result), "4 lines, 2 failed");
