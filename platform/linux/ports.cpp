@@ -49,12 +49,15 @@ bool bondHears(const LinuxLink &bond, const LinuxLink &member) {
 
 } // namespace
 
+void linuxPortInit(uint32_t port0) {
+    memcpy(linuxLinks[port0].name, linuxSwitch.ports[port0].interface, sizeof linuxLinks[port0].name);
+    linuxLinks[port0].trunk = LINUX_NO_TRUNK;
+    linuxCounters[port0].number = port0 + 1;
+}
+
 void linuxPortsInit() {
-    for (uint32_t p = 0; p < LINUX_PORTS_MAX; p++) {
-        memcpy(linuxLinks[p].name, linuxSwitch.ports[p].interface, sizeof linuxLinks[p].name);
-        linuxLinks[p].trunk = LINUX_NO_TRUNK;
-        linuxCounters[p].number = p + 1;
-    }
+    for (uint32_t p = 0; p < LINUX_PORTS_MAX; p++)
+        linuxPortInit(p);
     memcpy(linuxLinks[LINUX_LINK_BRIDGE].name, linuxSwitch.bridge, sizeof linuxSwitch.bridge);
 }
 

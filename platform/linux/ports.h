@@ -52,7 +52,8 @@ extern LinuxPortCounters linuxCounters[LINUX_PORTS_MAX];
 // Counts up with every change of the table: what was worked out from it before is old.
 extern uint32_t linuxPortsChange;
 
-// Takes the names of the ports and of the bridge from the switch file.
+// Take the name of one port, or of all and of the bridge, from the switch file.
+void linuxPortInit(uint32_t port0);
 void linuxPortsInit();
 
 // Whether the switch has this port (from 1).

@@ -42,12 +42,13 @@ bool differ(const LinuxPortConfig &one, const LinuxPortConfig &other) { return m
 
 std::string portName(uint32_t port0) { return "port 0/" + std::to_string(port0 + 1); }
 
-// Whether the running switch has the interface in another role.
+// Whether the running switch has the interface in another role, or follows it under a name that the file did not have.
 bool isTaken(const char *interface) {
     const auto isPort = [interface](const LinuxPortConfig &port) { return strcmp(port.interface, interface) == 0; };
     const auto isTrunk = [interface](const LinuxTrunkConfig &trunk) { return strcmp(trunk.interface, interface) == 0; };
-    return std::ranges::any_of(linuxSwitch.ports, isPort) || std::ranges::any_of(linuxSwitch.trunks, isTrunk) ||
-           strcmp(linuxSwitch.bridge, interface) == 0;
+    const auto isFollowed = [interface](const LinuxLink &link) { return strcmp(link.name, interface) == 0; };
+    return std::ranges::any_of(linuxSwitch.ports, isPort) || std::ranges::any_of(linuxLinks, isFollowed) ||
+           std::ranges::any_of(linuxSwitch.trunks, isTrunk) || strcmp(linuxSwitch.bridge, interface) == 0;
 }
 
 // Takes up the ports that are new. Those that were there before with something else wait for a restart: clients, filters and
@@ -113,7 +114,9 @@ void takeUp(const LinuxSwitchConfig &config) {
     if (taken.empty())
         return;
     gul_max_port_num = linuxSwitch.portMax;
-    linuxPortsInit();
+    for (uint32_t p = 0; p < LINUX_PORTS_MAX; ++p)
+        if (isNew[p])
+            linuxPortInit(p);
     linuxLinksDoubt();
     linuxLinksCatchUp();
     for (uint32_t p = 0; p < LINUX_PORTS_MAX; ++p)

@@ -10,6 +10,7 @@ from lab import calls, flow, netns
 from lab.daemon import Daemon, switch_file
 from lab.frames import SOLICIT, ethernet, from_client, ipv6, mac_number, udp
 from lab.switch import Switch
+from lab.wire import Wire
 
 UNBOUND = ethernet(
     "02:dd:00:00:00:01", "02:aa:00:00:00:01",
@@ -83,6 +84,30 @@ def test_a_new_port_may_come_later(wide):
     assert wide.sent(6, frame) == {4: [frame]}
 
 
+def test_a_port_stays_with_its_renamed_interface(wide):
+    """Neither the one that has its name now, nor another port of the file that has its new name, gets it out of the guard."""
+    wide.guard(2)
+    for words in (("p2", "down"), ("p2", "name", "weird"), ("weird", "up")):
+        wide.switch.ip("link", "set", *words)
+    wide.until(lambda: calls.ports(wide.link)[2]["interface"].rstrip(b"\0") == b"weird", "the new name is known")
+    index = json.loads(netns.run(wide.switch.namespace, "ip", "-j", "link", "show", "p1"))[0]["ifindex"]
+    wide.switch.ip("link", "del", "p1")
+    wide.switch.ip("link", "add", "p2", "index", str(index), "type", "veth", "peer", "name", "far")  # is listed first
+    wide.switch.ip("link", "set", "p2", "master", "br0", "up")
+    wide.until(lambda: "interface p2 is in bridge br0, but the port of that name follows another" in wide.log(), "it is named")
+    more = '\n[[port]]\nnumber = 7\ninterface = "weird"\n'
+    assert hang_up(wide, switch_file((2, 3, 4, 5, 6)) + more).endswith(
+        "in force now: port 0/6 (p6); a restart is needed for: port 0/7\n")  # fmt: skip
+    wide.until(lambda: calls.ports(wide.link)[6]["forwarding"] == 1, "port 6 is taken up")
+    assert calls.ports(wide.link)[2]["interface"].rstrip(b"\0") == b"weird"
+    wide.until(lambda: calls.ports(wide.link)[2]["forwarding"] == 1, "port 2 is forwarding")
+    wire = Wire(wide.switch.host(2), "eth0")
+    wire.send(UNBOUND)
+    wire.close()
+    wide.until(lambda: wide.guarded(2)["blocked"] == 1, "the packet is blocked")
+    assert wide.log().count("interface p2 is called") == 1
+
+
 def test_title_enterprise_and_vlans_are_taken_up(wide):
     top = 'title = "floor 2"\nenterprise = 9\nvlans = [1, 30]\n'
     assert "in force now: title, enterprise, vlans\n" in hang_up(wide, switch_file((2, 3, 4, 5), extra=top))
@@ -152,22 +177,25 @@ def test_many_signals_while_messages_pass(wide):
         frame = from_client(SOLICIT, mac_number(number))
         assert sent(2, frame) == {4: [frame]}
     wide.until(lambda: numbers(wide) == [1, 2, 3, 4, 5, 6], "the ports are taken up")
-    assert not subprocess.run(["pgrep", "-P", str(wide.process.pid)], capture_output=True, check=False).stdout
+    children = ("pgrep", "-P", str(wide.process.pid))
+    wide.until(lambda: not subprocess.run(children, capture_output=True, check=False).stdout, "no child is left")
 
 
 def test_left_with_sigusr1_the_table_stays(switch, sent):
     daemon = Daemon(switch)
     try:
         before = switch.ruleset()
+        nf_call = pathlib.Path("/proc/sys/net/bridge/bridge-nf-call-ip6tables")  # where br_netfilter is loaded
+        with netns.entered(switch.namespace):
+            had = nf_call.read_text() if nf_call.exists() else None
         daemon.start().snoop(4).guard(1)
         during = switch.ruleset()
-        nf_call = pathlib.Path("/proc/sys/net/bridge/bridge-nf-call-ip6tables")  # where br_netfilter is loaded
         daemon.process.send_signal(signal.SIGUSR1)
         assert daemon._ended() == 0
         assert not daemon.run.exists()
         assert switch.ruleset() == during
         with netns.entered(switch.namespace):
-            assert not nf_call.exists() or nf_call.read_text() == "1\n"  # what is not the table's is as before
+            assert had is None or nf_call.read_text() == had  # what is not the table's is as before
         assert sent(1, UNBOUND, trusted=()) == {}
         assert sent(2, from_client(SOLICIT, mac_number(1)), trusted=()) == {}
         daemon.start().snoop(4)
