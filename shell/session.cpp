@@ -166,7 +166,8 @@ std::string sessionRulesLost(Session *session) {
     if (statusSwitch(&session->connection, &status, &ignored) != CallEnd::done || status.rules != 0) {
         return "";
     }
-    return "the kernel has lost the daemon's filter rules: nothing is guarded, and DHCPv6 passes; restart snoopd6 to load them "
+    return "the kernel has lost the daemon's filter rules, or some of them: ports may be open, and DHCPv6 may pass; "
+           "restart snoopd6 to load them "
            "again";
 }
 

@@ -1,5 +1,6 @@
 #include "platform/linux/nftwatch.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 
@@ -15,11 +16,11 @@
 
 namespace {
 
-constexpr const char *ENTRY_CHAIN = "prerouting"; // every packet enters the table there
 constexpr timeval PERIOD = {.tv_sec = 1, .tv_usec = 0};
 
 mnl_socket *questions;
 uint32_t sequence;
+int32_t loaded; // rules at the start; a switch that a bad startup file closed has some more for a time
 bool present = true;
 alignas(8) char buffer[32768];
 
@@ -36,11 +37,10 @@ bool ask() {
     auto *family = static_cast<nfgenmsg *>(mnl_nlmsg_put_extra_header(message, sizeof(nfgenmsg)));
     family->nfgen_family = NFPROTO_BRIDGE;
     mnl_attr_put_strz(message, NFTA_RULE_TABLE, LINUX_NFT_TABLE);
-    mnl_attr_put_strz(message, NFTA_RULE_CHAIN, ENTRY_CHAIN);
     return mnl_socket_sendto(questions, message, message->nlmsg_len) >= 0;
 }
 
-// How many rules the entry chain has; -1 when the kernel does not say.
+// How many rules the table has; -1 when the kernel does not say.
 int32_t countRules() {
     uint32_t rules = 0;
     if (!ask())
@@ -60,15 +60,15 @@ int32_t countRules() {
 
 void look(evutil_socket_t, short, void *) {
     const int32_t rules = countRules();
-    if (rules < 0 || (rules > 0) == present)
+    if (rules < 0 || (rules >= loaded) == present)
         return;
-    present = rules > 0;
+    present = rules >= loaded;
     if (present)
-        linuxLog("the kernel has rules in the bridge filter table %s again; restart snoopd6 to be sure of them",
+        linuxLog("the kernel has as many rules in the bridge filter table %s again; restart snoopd6 to be sure of them",
                  LINUX_NFT_TABLE);
     else
-        linuxLog("the rules of the bridge filter table %s are gone from the kernel: nothing is guarded, and DHCPv6 passes; "
-                 "restart snoopd6 to load them again",
+        linuxLog("the rules of the bridge filter table %s, or some of them, are gone from the kernel: ports may be open, and "
+                 "DHCPv6 may pass; restart snoopd6 to load them again",
                  LINUX_NFT_TABLE);
 }
 
@@ -80,6 +80,7 @@ void linuxNftWatchStart() {
     if (questions == nullptr || mnl_socket_bind(questions, 0, MNL_SOCKET_AUTOPID) < 0 || timer == nullptr ||
         event_add(timer, &PERIOD) != 0)
         linuxFatal("cannot watch the kernel's packet filter: out of memory or sockets");
+    loaded = std::max(countRules(), 1);
 }
 
 bool linuxNftRulesPresent() { return present; }
