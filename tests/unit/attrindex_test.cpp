@@ -4,6 +4,7 @@
 #include "l2/dhcp6snooping/base/lease.h"
 #include "tests/platform/recording.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <random>
@@ -100,6 +101,37 @@ bool isNotDivided(void *item, void *context) {
     memcpy(&number, static_cast<Dhcp6LeaseAttr *>(item)->address + 12, sizeof number);
     refusal->asked.push_back(item);
     return number % refusal->divisor != 0;
+}
+
+// Pairs of addresses that differ in the last bit of each half alone: a mixer without a key in every step puts each pair into one
+// place, whatever the key.
+TEST_F(AttrIndexTest, ChosenPairsDoNotFallTogether) {
+    constexpr uint32_t PAIRS = 2000;
+    std::mt19937_64 random(11);
+    std::vector<Dhcp6LeaseAttr> pairs;
+    for (uint32_t pair = 0; pair < PAIRS; ++pair) {
+        uint64_t words[2] = {random(), random()};
+        for (int half = 0; half < 2; ++half) {
+            Dhcp6LeaseAttr made = lease(0);
+            memcpy(made.address, words, sizeof words);
+            dhcp6snooping_attr_array_add(&array, &made, sizeof made);
+            pairs.push_back(made);
+            words[0] ^= uint64_t{1} << 63;
+            words[1] ^= uint64_t{1} << 63 | uint64_t{1} << 31;
+        }
+    }
+    void **places = array.items + array.capacity + 1; // behind the pointers and one number
+    const auto placeOf = [&](const Dhcp6LeaseAttr &wanted) {
+        const void *item = dhcp6snooping_lease_find(&array, &wanted);
+        int64_t at = 0;
+        while (places[at] != item)
+            ++at;
+        return at;
+    };
+    uint32_t together = 0;
+    for (uint32_t pair = 0; pair < PAIRS; ++pair)
+        together += std::abs(placeOf(pairs[2 * pair]) - placeOf(pairs[2 * pair + 1])) <= 1 ? 1u : 0u;
+    EXPECT_LT(together, PAIRS / 20);
 }
 
 TEST_F(AttrIndexTest, KeepAsksForEachInOrderAndKeepsTheOrder) {

@@ -15,25 +15,50 @@ uint64_t places(uint32_t capacity) { return std::bit_ceil(uint64_t{capacity} * 2
 
 Index *index_of(const Dhcp6AttrArray *array) { return reinterpret_cast<Index *>(array->items + array->capacity); }
 
-// Differs from process to process by where the loader has put it, so that nobody can choose addresses that fall together.
-uint64_t seed() {
-    static const char anchor = 0;
-    return reinterpret_cast<uintptr_t>(&anchor);
+// A number of this process: where the loader has put this program, or its library.
+uint64_t key(const void *anchor) { return reinterpret_cast<uintptr_t>(anchor); }
+
+struct Sip {
+    uint64_t v0, v1, v2, v3;
+};
+
+void sip_round(Sip *s) {
+    s->v0 += s->v1;
+    s->v2 += s->v3;
+    s->v1 = std::rotl(s->v1, 13) ^ s->v0;
+    s->v3 = std::rotl(s->v3, 16) ^ s->v2;
+    s->v0 = std::rotl(s->v0, 32) + s->v3;
+    s->v2 += s->v1;
+    s->v3 = std::rotl(s->v3, 21) ^ s->v0;
+    s->v1 = std::rotl(s->v1, 17) ^ s->v2;
+    s->v2 = std::rotl(s->v2, 32);
 }
 
-uint64_t mix(uint64_t hash, uint64_t word) {
-    constexpr uint64_t FACTOR = 0x9E3779B97F4A7C15u; // 2^64 over the golden ratio
-    hash = (hash ^ word) * FACTOR;
-    return hash ^ (hash >> 32);
+void sip_word(Sip *s, uint64_t word) {
+    s->v3 ^= word;
+    sip_round(s);
+    s->v0 ^= word;
 }
 
+// SipHash-1-3: whoever chooses the addresses and does not know the key cannot know which of them fall together.
 uint64_t first_place(const void *identity, uint64_t mask) {
+    static const char anchor = 0;
+    const uint64_t ours = key(&anchor);
+    const uint64_t libraries = key(reinterpret_cast<const void *>(&memcmp));
     uint64_t words[2];
     uint32_t rest;
     memcpy(words, identity, sizeof words);
     memcpy(&rest, static_cast<const uint8_t *>(identity) + sizeof words, sizeof rest);
     static_assert(sizeof words + sizeof rest == DHCP6_ATTR_IDENTITY);
-    return mix(mix(mix(seed(), words[0]), words[1]), rest) & mask;
+    Sip s = {ours ^ 0x736F6D6570736575u, libraries ^ 0x646F72616E646F6Du, ours ^ 0x6C7967656E657261u,
+             libraries ^ 0x7465646279746573u};
+    sip_word(&s, words[0]);
+    sip_word(&s, words[1]);
+    sip_word(&s, rest | uint64_t{DHCP6_ATTR_IDENTITY} << 56);
+    s.v2 ^= 0xFF;
+    for (int i = 0; i < 3; ++i)
+        sip_round(&s);
+    return (s.v0 ^ s.v1 ^ s.v2 ^ s.v3) & mask;
 }
 
 bool same(const void *a, const void *b) { return memcmp(a, b, DHCP6_ATTR_IDENTITY) == 0; }
