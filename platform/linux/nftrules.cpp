@@ -53,6 +53,7 @@ table bridge snoopd6 {
 		type filter hook prerouting priority -300; policy accept;
 		ether type vmap { ip : accept, arp : accept, ip6 : goto ip6_0, 0x8100 : goto tag_1, 0x88a8 : goto tag_1 }
 		ether type 0x9100 @ll,128,16 $carried goto closed
+		ether type 0x9100 @ll,128,16 < 0x0600 @ll,144,16 & 0xfefe == 0xaaaa goto closed
 		ether type < 0x0600 @ll,112,16 & 0xfefe == 0xaaaa @ll,160,16 $carried goto unread
 	}
 	chain forward {
@@ -66,11 +67,13 @@ table bridge snoopd6 {
 	chain tag_1 {
 		@ll,128,16 vmap { 0x86dd : goto ip6_1, 0x8100 : goto tag_2, 0x88a8 : goto tag_2 }
 		@ll,128,16 0x9100 @ll,160,16 $carried goto closed
+		@ll,128,16 0x9100 @ll,160,16 < 0x0600 @ll,176,16 & 0xfefe == 0xaaaa goto closed
 		@ll,128,16 < 0x0600 @ll,144,16 & 0xfefe == 0xaaaa @ll,192,16 $carried goto unread
 	}
 	chain tag_2 {
 		@ll,160,16 vmap { 0x86dd : goto ip6_2, 0x8100 : goto tag_3, 0x88a8 : goto tag_3 }
 		@ll,160,16 0x9100 @ll,192,16 $carried goto closed
+		@ll,160,16 0x9100 @ll,192,16 < 0x0600 @ll,208,16 & 0xfefe == 0xaaaa goto closed
 		@ll,160,16 < 0x0600 @ll,176,16 & 0xfefe == 0xaaaa @ll,224,16 $carried goto unread
 	}
 	chain tag_3 {

@@ -291,7 +291,9 @@ def test_ipv6_in_snap_does_not_pass(idle, out, tags):
 @pytest.mark.parametrize("tags", [(), (10,), (10, 20)], ids=["none", "one", "two"])
 def test_a_tag_of_no_standard_that_carries_ipv6_does_not_pass(idle, out, tags):
     odd = (30, 0x9100)
+    inner = packet(BOUND)[14:]
     closed = [packet(BOUND, tags=(*tags, odd, *more)) for more in ((), (20,), ((20, ETH_8021AD),), (odd,))]
+    closed += [snap(0x86DD, inner, (*tags, odd), address=address) for address in (0xAAAA, 0xABAB)]
     passing = [ethernet("ff:ff:ff:ff:ff:ff", HOST, bytes(46), kind, (*tags, odd)) for kind in (0x0800, 0x1234)]
     assert out(1, *closed, *passing) == [*closed, *passing]
     idle.guard(1).bind(BOUND)
