@@ -22,8 +22,6 @@ LinuxGuardPlaces linuxGuardPlaces;
 
 namespace {
 
-constexpr uint32_t COMMIT_AFTER = 512; // filters rewritten in one batch
-
 AvlTree filters;
 bool discoveryOpen;
 bool unsettled;          // the kernel refused the last rewriting, or a part of it
@@ -155,21 +153,15 @@ void queueMove(const LinuxGuardKey *key, const Moves &moves, bool in) {
 
 // Takes the filters of all moved ports out of their old places, or puts them into the new ones, in batches.
 int32_t moveFilters(const Moves &moves, bool in) {
-    int32_t first = 0;
-    uint32_t queued = 0;
+    LinuxNftSteps steps;
     linuxNftBegin();
     for (const LinuxGuardFilter *filter = linuxGuardNext(nullptr); filter != nullptr; filter = linuxGuardNext(&filter->key)) {
         if (!hasPort(&filter->key) || !moves.moved[filter->key.port - 1])
             continue;
         queueMove(&filter->key, moves, in);
-        if (++queued % COMMIT_AFTER != 0)
-            continue;
-        const int32_t error = linuxNftCommit();
-        first = first == 0 ? error : first;
-        linuxNftBegin();
+        linuxNftStep(&steps);
     }
-    const int32_t error = linuxNftCommit();
-    return first == 0 ? error : first;
+    return linuxNftLastStep(steps);
 }
 
 // After a refusal nobody knows what is where: all of it goes, and what is wanted comes back in.
@@ -256,10 +248,11 @@ int32_t linuxGuardFilterRemove(const LinuxGuardKey *key) {
         linuxGuardSourceQueueOut(key, strict);
         const int32_t refused = linuxNftCommit();
         error = error == 0 ? refused : error;
+        unsettled = unsettled || (!strict && refused != 0);
         if (refused != -ENOENT)
             break;
     }
-    // An element that somebody else took away is gone all the same, and the other one now too.
+    // An element that somebody else took away is gone all the same, and the other one now too, or with the next rewriting.
     if (error != 0 && error != -ENOENT)
         return error;
     linuxGuardSourceUnbind(key);
@@ -270,8 +263,7 @@ int32_t linuxGuardFilterRemove(const LinuxGuardKey *key) {
 // All of them in one batch as a rule; what the kernel refuses is gone for the daemon all the same, and the next change of the
 // ports writes everything anew.
 void linuxGuardFiltersForget(uint32_t port) {
-    uint32_t queued = 0;
-    int32_t refused = 0;
+    LinuxNftSteps steps;
     linuxNftBegin();
     const LinuxGuardFilter *next = nullptr;
     for (const LinuxGuardFilter *filter = linuxGuardNext(nullptr); filter != nullptr; filter = next) {
@@ -283,14 +275,9 @@ void linuxGuardFiltersForget(uint32_t port) {
         linuxGuardSourceQueueOut(&key, false);
         linuxGuardSourceUnbind(&key);
         free(avlDelete(&filters, &key, compareKeys));
-        if (++queued % COMMIT_AFTER != 0)
-            continue;
-        const int32_t error = linuxNftCommit();
-        refused = refused == 0 ? error : refused;
-        linuxNftBegin();
+        linuxNftStep(&steps);
     }
-    const int32_t error = linuxNftCommit();
-    refused = refused == 0 ? error : refused;
+    const int32_t refused = linuxNftLastStep(steps);
     if (refused != 0)
         linuxLog("cannot take the filters of port 0/%u out of the kernel, tried again at the next change of the ports: %s",
                  port, strerror(-refused));

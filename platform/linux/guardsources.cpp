@@ -10,7 +10,6 @@
 namespace {
 
 constexpr const char *MAP = "f_source";
-constexpr uint32_t COMMIT_AFTER = 2048; // sources rewritten in one batch
 
 struct Source {
     AvlNode link;
@@ -112,20 +111,14 @@ void linuxGuardSourceQueueOut(const LinuxGuardKey *key, bool strict) {
 }
 
 int32_t linuxGuardSourcesRewrite() {
-    int32_t first = 0;
-    uint32_t queued = 0;
+    LinuxNftSteps steps;
     linuxNftBegin();
     linuxNftEmpty(MAP);
     for (const Source *source = next(nullptr); source != nullptr; source = next(source)) {
         linuxNftMap(MAP, source->address, verdictOf(*source));
-        if (++queued % COMMIT_AFTER != 0)
-            continue;
-        const int32_t error = linuxNftCommit();
-        first = first == 0 ? error : first;
-        linuxNftBegin();
+        linuxNftStep(&steps);
     }
-    const int32_t error = linuxNftCommit();
-    return first == 0 ? error : first;
+    return linuxNftLastStep(steps);
 }
 
 bool linuxGuardSourceInKernel(const LinuxGuardKey *key) {

@@ -15,6 +15,7 @@
 namespace {
 
 constexpr uint32_t BATCH_BYTES = 512 * 1024; // some thousand elements
+constexpr uint32_t STEPS_OF_A_BATCH = 512;   // of a few changes each
 constexpr uint32_t CHANGE_MAX = 512;         // bytes of one change: names, key and attribute headers
 
 mnl_socket *nft;
@@ -181,6 +182,19 @@ int32_t linuxNftCommit() {
         return -errno;
     }
     return readErrors();
+}
+
+void linuxNftStep(LinuxNftSteps *steps) {
+    if (++steps->queued % STEPS_OF_A_BATCH != 0)
+        return;
+    const int32_t error = linuxNftCommit();
+    steps->error = steps->error == 0 ? error : steps->error;
+    linuxNftBegin();
+}
+
+int32_t linuxNftLastStep(const LinuxNftSteps &steps) {
+    const int32_t error = linuxNftCommit();
+    return steps.error == 0 ? error : steps.error;
 }
 
 int32_t linuxNftGet(const char *set, std::span<const uint8_t> key, LinuxNftElement *element) {

@@ -29,6 +29,14 @@ void linuxNftEmpty(const char *set);
 // Without changes the kernel is not asked.
 [[nodiscard]] int32_t linuxNftCommit();
 
+// A change that may be longer than one batch: it is committed whenever so many steps are queued.
+struct LinuxNftSteps {
+    uint32_t queued = 0;
+    int32_t error = 0; // the first refusal
+};
+void linuxNftStep(LinuxNftSteps *steps); // behind the changes of each step; the first batch is open
+[[nodiscard]] int32_t linuxNftLastStep(const LinuxNftSteps &steps);
+
 struct LinuxNftElement {
     uint64_t packets; // of its counter, 0 without one
     LinuxNftVerdict verdict;

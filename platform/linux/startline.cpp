@@ -3,21 +3,11 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/linux/guard.h"
+#include "platform/linux/guarddenial.h"
 #include "platform/linux/loop.h"
 #include "platform/linux/ports.h"
 #include "platform/linux/switchfile.h"
 #include "platform/linux/trap.h"
-
-namespace {
-
-bool isGuarded(uint32_t port) {
-    LinuxGuardPortStatus status;
-    linuxGuardPortStatus(port, &status);
-    return status.guarded != 0;
-}
-
-} // namespace
 
 void linuxStartLine() {
     uint32_t count = 0;
@@ -26,7 +16,7 @@ void linuxStartLine() {
         if (!linuxPortExists(port))
             continue;
         ++count;
-        if (isGuarded(port))
+        if (linuxGuardPortClosed(port - 1))
             guarded += (guarded.empty() ? " port 0/" : ", 0/") + std::to_string(port);
     }
     linuxLog("version %s is ready: bridge %s, %u port%s, DHCPv6 snooping %s, guarded:%s", SNOOPD6_VERSION, linuxSwitch.bridge,

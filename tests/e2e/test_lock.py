@@ -45,16 +45,18 @@ def stranger(namespace, path):
     answers, stop = os.pipe(), os.pipe()
     child = os.fork()
     if child == 0:
-        with netns.entered(namespace):
-            os.setgroups([])
-            os.setgid(NOBODY)
-            os.setuid(NOBODY)
-            held = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-            held.bind("\0snoopd6")
-            os.write(answers[1], struct.pack("ii", lock_file(path), lock_group()))
-            os.close(stop[1])
-            os.read(stop[0], 1)
-            os._exit(0)
+        try:
+            with netns.entered(namespace):
+                os.setgroups([])
+                os.setgid(NOBODY)
+                os.setuid(NOBODY)
+                held = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+                held.bind("\0snoopd6")
+                os.write(answers[1], struct.pack("ii", lock_file(path), lock_group()))
+                os.close(stop[1])
+                os.read(stop[0], 1)
+        finally:
+            os._exit(0)  # whatever happens: this is a copy of the tests
     os.close(answers[1])
     os.close(stop[0])
     try:

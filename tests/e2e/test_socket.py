@@ -135,7 +135,7 @@ def test_every_call_with_a_wrong_count(daemon, caller, unharmed):
 
 def test_types_and_tables_that_nobody_has(caller, unharmed):
     link = caller()
-    for kind in (0x8000, 0x8005, 0x800F, 0x8010, 0xFFFF):
+    for kind in (0x8000, 0x8006, 0x800F, 0x8010, 0xFFFF):
         assert calls.ask(link, kind, bytes(8)) == (-2, b""), kind
     assert calls.ask(link, calls.STATUS, struct.pack("<II", 0xFFFFFFFF, 0))[0] == -2
     for kind in (RUNNING_CONFIG, DEBUG, calls.STATUS):

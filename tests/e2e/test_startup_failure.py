@@ -16,7 +16,7 @@ from lab.frames import ethernet, ipv6, mac_number, udp
 CONFIGURATION = (
     "dhcpv6-snooping\ninterface ethernet 0/4\ndhcpv6-snooping trust\nquit\ninterface ethernet 0/1\nipv6-source-guard\nquit\n"
 )
-UDP, STARTUP = 17, 8
+UDP, STARTUP = 17, 9
 STATES = ("replaying", "none", "complete", "by-hand", "last-good", "partly", "open", "closed")
 TAGS = ((), (10,), (10, 20), (10, 20, 30))
 

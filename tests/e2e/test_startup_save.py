@@ -1,5 +1,7 @@
 """A save by root while another user may write into the folder: nothing that is planted there is followed."""
 
+import os
+import signal
 import subprocess
 
 import pytest
@@ -100,7 +102,7 @@ def test_a_member_who_races_gains_nothing(service):
     racer = subprocess.Popen(
         ["setpriv", f"--reuid={MEMBER}", f"--regid={MEMBER}", "--clear-groups", "sh", "-c",
          f'cd "{service.shared}"; while :; do for n in {names}; do ln -sf {service.secret} $n; rm -f $n; done; done 2>&-'],
-        stderr=subprocess.DEVNULL,
+        stderr=subprocess.DEVNULL, start_new_session=True,
     )  # fmt: skip
     try:
         for _ in range(30):
@@ -108,7 +110,7 @@ def test_a_member_who_races_gains_nothing(service):
             assert status in (0, 1)
             untouched(service)
     finally:
-        racer.kill()
+        os.killpg(racer.pid, signal.SIGKILL)  # with the link that it is making
         racer.wait()
     for name in names.split():
         (service.shared / name).unlink(missing_ok=True)
