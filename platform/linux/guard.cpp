@@ -329,7 +329,11 @@ void linuxGuardSettle() {
     moves = {};
     int32_t errors[5] = {followTagType(), 0, 0, 0, 0};
     if (takePlaces(&moves)) {
+        if (unsettled)
+            linuxGuardCountsRead(moves.from);
         errors[1] = moveDenials(moves, true);
+        if (unsettled && errors[1] == 0)
+            linuxGuardCountsKeep();
         errors[2] = unsettled ? clearFilters() : moveFilters(moves, false);
         errors[3] = moveFilters(moves, true);
         errors[4] = moveDenials(moves, false);

@@ -27,7 +27,9 @@ constexpr std::array<CountingSet, 3> COUNTING = {{
     {"blocked_nd", &LinuxGuardPortStatus::blockedDiscovery},
 }};
 
-std::array<LinuxGuardPortStatus, LINUX_PORTS_MAX> kept; // counted since the port was closed, on interfaces that it has left
+// Counted since the port was closed, on interfaces that it has left and before the counters were made anew.
+std::array<LinuxGuardPortStatus, LINUX_PORTS_MAX> kept;
+std::array<LinuxGuardPortStatus, LINUX_PORTS_MAX> counted; // what linuxGuardCountsRead found
 
 std::span<const uint8_t> keyOf(const uint32_t &ifindex) {
     return {reinterpret_cast<const uint8_t *>(&ifindex), sizeof ifindex};
@@ -128,6 +130,19 @@ void linuxGuardQueueForget() {
 void linuxGuardKeepCount(uint32_t port0) {
     if (closed[port0])
         addCounts(port0, &kept[port0]);
+}
+
+void linuxGuardCountsRead(const LinuxGuardPlaces &from) {
+    counted = {};
+    for (uint32_t port0 = 0; port0 < LINUX_PORTS_MAX; ++port0)
+        if (closed[port0] && from[port0].ifindex == linuxGuardPlaces[port0].ifindex)
+            addCounts(port0, &counted[port0]);
+}
+
+void linuxGuardCountsKeep() {
+    for (uint32_t port0 = 0; port0 < LINUX_PORTS_MAX; ++port0)
+        for (const CountingSet &counting : COUNTING)
+            kept[port0].*counting.member += counted[port0].*counting.member;
 }
 
 int32_t linuxGuardPortClose(uint32_t port) {

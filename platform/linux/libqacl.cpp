@@ -3,7 +3,10 @@
 #include <cerrno>
 #include <cstring>
 
+#include <arpa/inet.h>
+
 #include "platform/linux/guard.h"
+#include "platform/linux/loglimit.h"
 #include "platform/linux/trap.h"
 
 namespace {
@@ -28,11 +31,25 @@ bool isNobodys(const uint8_t *address) {
     return loopbackOrNone || mapped || address[0] == 0xFF;
 }
 
+// The core knows only that a filter was refused: it is wanted and not in force.
+void sayRefused(const LinuxGuardKey &key, int32_t error) {
+    char address[INET6_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET6, key.address, address, sizeof address);
+    const char *why = error == -EADDRNOTAVAIL ? "no host may have it" : strerror(-error);
+    if (key.port == 0)
+        linuxLogLimited("there is no filter for %s: %s", address, why);
+    else
+        linuxLogLimited("port 0/%u: there is no filter for %s: %s", key.port, address, why);
+}
+
 int32_t add(uint32_t kind, uint32_t port, const uint8_t *mac, const uint8_t *address, uint32_t vlan) {
     LinuxGuardKey key;
     if (!makeKey(kind, port, mac, address, vlan, &key))
         return -EINVAL;
-    return isNobodys(key.address) ? -EADDRNOTAVAIL : linuxGuardFilterAdd(&key);
+    const int32_t error = isNobodys(key.address) ? -EADDRNOTAVAIL : linuxGuardFilterAdd(&key);
+    if (error != 0)
+        sayRefused(key, error);
+    return error;
 }
 
 int32_t remove(uint32_t kind, uint32_t port, const uint8_t *mac, const uint8_t *address, uint32_t vlan) {

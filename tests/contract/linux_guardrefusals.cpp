@@ -1,5 +1,6 @@
 // What is left of the source guard's elements when the kernel refuses a change, and when a port is opened.
 
+#include "platform/libqacl.h"
 #include "tests/contract/linux_guardtable.h"
 
 #include <array>
@@ -37,6 +38,63 @@ TEST_F(LinuxGuard, ARefusalChangesNothingAndIsMadeUpFor) {
     linuxNftAdd("exempt_vlan", vlan);
     ASSERT_EQ(linuxNftCommit(), 0);
     EXPECT_EQ(linuxGuardVlanExempt(1, false), 0);
+}
+
+// What was counted stays counted, however often the kernel refuses, and when it lets everything be written anew.
+TEST_F(LinuxGuard, ARefusalCountsNothingTwiceAndForgetsNothing) {
+    const auto blocked = []() {
+        LinuxGuardPortStatus status;
+        linuxGuardPortStatus(1, &status);
+        return status.blocked;
+    };
+    const auto counts = [](const char *packets) {
+        const std::string element = std::string("bridge snoopd6 blocked { 101 counter packets ") + packets + " bytes 0 }'";
+        return system("nft delete element bridge snoopd6 blocked { 101 }") + system(("nft 'add element " + element).c_str());
+    };
+    const LinuxGuardKey key = filter(LINUX_FILTER_PORT_VLAN, 1, 1);
+    ASSERT_TRUE(linuxGuardFilterAdd(&key) == 0 && linuxGuardPortClose(1) == 0);
+    ASSERT_EQ(counts("7"), 0);
+    ASSERT_EQ(blocked(), 7u);
+    ASSERT_EQ(system("nft 'flush chain bridge snoopd6 in_native; flush chain bridge snoopd6 in_native_2; "
+                     "flush chain bridge snoopd6 over; delete set bridge snoopd6 f_native'"),
+              0);
+    const auto move = [](uint32_t native) {
+        place(1, 101, BRIDGE, native);
+        linuxGuardSettle();
+    };
+    for (const uint32_t native : {2u, 3u}) { // the filters are refused, the counters made anew
+        move(native);
+        EXPECT_EQ(blocked(), 7u) << native;
+    }
+    ASSERT_EQ(system("nft delete set bridge snoopd6 blocked_nd"), 0);
+    for (const uint32_t native : {4u, 5u}) { // the counters are refused, too
+        move(native);
+        EXPECT_EQ(blocked(), 7u) << native;
+    }
+    ASSERT_EQ(system("nft 'add set bridge snoopd6 blocked_nd { typeof iif; counter; }; "
+                     "add set bridge snoopd6 f_native { typeof iif . ether saddr . @nh,64,128; }'"),
+              0);
+    for (const uint32_t native : {6u, 1u}) {
+        move(native);
+        EXPECT_EQ(blocked(), 7u) << native;
+    }
+    ASSERT_EQ(counts("5"), 0);
+    EXPECT_EQ(blocked(), 12u);
+}
+
+// The core tells its caller no more than that the filter was refused.
+TEST_F(LinuxGuard, ARefusedFilterIsNamed) {
+    const uint8_t mac[6] = {2, 0, 0, 0, 0, 1};
+    const uint8_t address[16] = {0x20, 0x01, 0x0D, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7};
+    const uint8_t loopback[16] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(FRM_InstallForwardIp6AddrFilterResource(5, mac, address), -ENODEV);
+    EXPECT_EQ(FRM_InstallForwardIp6AddrFilterResource_new(2, mac, address, 4095), -EINVAL);
+    EXPECT_EQ(FRM_InstallGlobalForwardIp6AddrOnlyFilterResource(loopback), -EADDRNOTAVAIL);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "snoopd6: port 0/5: there is no filter for 2001:db8::7: No such device\n"
+              "snoopd6: port 0/2: there is no filter for 2001:db8::7: Invalid argument\n"
+              "snoopd6: there is no filter for ::1: no host may have it\n");
 }
 
 // What the kernel kept where the port was before goes as well, once the kernel lets it: here it refuses as long as sets are gone.
