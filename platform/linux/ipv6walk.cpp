@@ -60,7 +60,8 @@ uint32_t brokenOff(const Cursor &c) { return c.firstFragment ? LINUX_WALK_FRAGME
 
 uint32_t other(const Cursor &c) { return c.lost ? LINUX_WALK_MALFORMED : LINUX_WALK_OTHER; }
 
-// Whether the rules of the trap see what stands behind this extension header. nftrules.cpp holds the rules that this mirrors.
+// Whether the rules of the trap see what stands behind this extension header. nftrules.cpp holds the rules that this mirrors,
+// and filter.cpp passes what either may want; the sweep of encapsulations finds where they differ.
 bool kernelFollows(const Cursor &c, uint8_t behind, uint32_t length) {
     if (c.blind) {
         return c.headers == 0 && (isHarmless(behind) ? c.next == NH_HOP_BY_HOP || c.next == NH_FRAGMENT

@@ -41,8 +41,9 @@ struct Dhcp6IaResult {
 void dhcp6snooping_attr_binding_free(void **slot_ref);
 
 // Extracts the usable leases from an option area (behind the message header). drop_zero_valid is 1 for a server's REPLY and 0
-// for a client's RELEASE or DECLINE, which may name leases of lifetime 0. Returns 1 when usable leases were found. A failed
-// IA_PD wipes the IA_NA's leases too and leaves the answer at 1: go by result->leases.count, not by the answer alone.
+// for a client's RELEASE or DECLINE, which may name leases of lifetime 0. Returns 1 when an IA left usable leases as it was
+// taken. The IA_PD comes last and judges all leases again; when it discards them, the answer that the IA_NA gave stands: go by
+// result->leases.count, not by the answer alone.
 uint32_t dhcp6snooping_parse_addr_and_prefix_option(Dhcp6IaResult *result, const uint8_t *area, uint32_t area_len,
                                                     uint32_t drop_zero_valid);
 

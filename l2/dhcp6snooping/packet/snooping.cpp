@@ -189,7 +189,8 @@ void learn_lease(Dhcp6SnoopingNode *client, const Dhcp6LeaseAttr *granted) {
         dhcp6snooping_attr_array_add(&client->leases, granted, sizeof *granted);
 }
 
-// All of them, old and new: what the filter hardware lost is asked for again with every renewal.
+// All of them, old and new: a filter that was refused is asked for again with every renewal. One that the platform has already
+// costs a look into its memory.
 void open_leases(const Dhcp6SnoopingNode *client) {
     if (!ip6_source_guard_port_on(client->port - 1)) // of an open port none has a filter
         return;
