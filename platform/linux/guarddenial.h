@@ -47,7 +47,7 @@ void linuxGuardQueueForget();
 // Keeps what was counted for a port (by index) on the interface that it is about to leave.
 void linuxGuardKeepCount(uint32_t port0);
 
-// The same where all counters are made anew: reads them before, for ports that are where they were, and keeps what was read once
-// the kernel has done it. A refusal leaves them as they are.
+// The same where all counters are made anew: reads them before, for ports that are where they were, and keeps what was read
+// once the kernel has done it. A refusal leaves them as they are.
 void linuxGuardCountsRead(const LinuxGuardPlaces &from);
 void linuxGuardCountsKeep();
